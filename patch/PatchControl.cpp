@@ -1,0 +1,52 @@
+#include "patch/PatchControl.h"
+
+#include "core/CXLog.h"
+#include "core/CXText.h"
+#include "dn/DNValue.h"
+#include "dn/DNValueRef.h"
+#include "dn/TextConfig.h"
+#include "net/CXURI.h"
+#include "patch/PatchPaths.h"
+#include "stream/CXStreamFile.h"
+
+namespace {
+
+/// First format version that this program can't read.
+constexpr int64_t kFirstUnknownVersion = 2;
+
+/// Reads the tree from a local file; one that can't be opened gives an empty tree.
+DNValueRef ReadTree(const CXString& path) {
+    CXStreamFile file;
+    file.Open(path, CXStreamFile::kOpenRead);
+    return file.IsOpen() ? TextConfig::Read(file) : DNValueRef();
+}
+
+} // namespace
+
+CXResult LoadControlFile(const CXURI& uri, PatchControl& out) {
+    DNValueRef tree;
+    if (EqualsNoCase(uri.scheme, "file")) {
+        CXString path;
+        uri.ToFilePath(path);
+        tree = ReadTree(path);
+    } else if (EqualsNoCase(uri.scheme, "http") || EqualsNoCase(uri.scheme, "https")) {
+        return kCXResultNotSupported;
+    } else {
+        return kCXResultInvalidArgument;
+    }
+    if (tree->GetInt64("velpatch-version") >= kFirstUnknownVersion) {
+        return kCXResultUnusable;
+    }
+    PatchControl control;
+    ReadOperations(*tree, control.operations);
+    CXString offender;
+    if (!AreOperationPathsSafe(control.operations, offender)) {
+        CXLogFormat("VelPatchTask_ApplyFilePatches::LoadControlFile> path leaves the target: '%s'",
+                    offender.GetData());
+        return kCXResultBadData;
+    }
+    control.dataSize = tree->GetInt64("datafilesize");
+    control.dataChecksum = tree->GetString("datafilechecksum");
+    out = std::move(control);
+    return kCXResultOK;
+}
