@@ -187,7 +187,7 @@ bool VelPatchTask_ApplyFilePatches::CreateFile(const PatchOperation& operation,
                 "%s",
                 target.GetData());
             return Fail(
-                FormatLocalisedString("$velpatch_task_failed_unable_create_new_file", target));
+                FormatLocalisedString("$velpatch_task_failed_unable_create_new_file", destination));
         }
         CXString detail;
         if (!ExtractFilePayload(file, detail)) {
@@ -196,7 +196,7 @@ bool VelPatchTask_ApplyFilePatches::CreateFile(const PatchOperation& operation,
                 "'%s' (%s)",
                 target.GetData(), detail.GetData());
             return Fail(
-                FormatLocalisedString("$velpatch_task_failed_unable_write_new_file", target),
+                FormatLocalisedString("$velpatch_task_failed_unable_write_new_file", destination),
                 detail);
         }
         file.Flush(0);
