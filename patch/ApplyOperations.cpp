@@ -4,18 +4,17 @@
 #include "core/CXFileSystem.h"
 #include "core/CXLocalisation.h"
 #include "core/CXRandom.h"
+#include "patch/FileChecksum.h"
 #include "patch/PatchPaths.h"
 #include "patch/VelPatchTask_ApplyFilePatches.h"
 #include "stream/CXStreamFile.h"
-#include "stream/CXStreamTools.h"
 
 #include <atomic>
 
 namespace {
 
 /// New contents: read and write, created if missing, not truncated.
-constexpr uint32_t kNewFileMode =
-    CXStreamFile::kOpenRead | CXStreamFile::kOpenWrite | CXStreamFile::kOpenCreate;
+constexpr uint32_t kNewFileMode = kOpenRead | kOpenWrite | kOpenCreate;
 
 /// Buffers of the files that an operation reads and writes: fewer system calls for diffs of many
 /// small commands than the stream's default of 4 KiB.
@@ -28,8 +27,8 @@ constexpr uint32_t kTemporaryNameBound = 1000000000;
 std::atomic<int32_t> g_temporaryNameCounter{0};
 
 void SetBuffers(CXStreamFile& file) {
-    file.SetOption(CXStream::kOptionReadBufferSize, kFileBuffer);
-    file.SetOption(CXStream::kOptionWriteBufferSize, kFileBuffer);
+    file.SetOption(kCXStreamOptionReadBuffer, kFileBuffer);
+    file.SetOption(kCXStreamOptionWriteBuffer, kFileBuffer);
 }
 
 struct PermissionTexts {
@@ -79,7 +78,7 @@ bool VelPatchTask_ApplyFilePatches::LeadsOutside(const PatchOperation& operation
 }
 
 CXString VelPatchTask_ApplyFilePatches::CreateTemporaryFilepathFor(const CXString& path) {
-    const CXString folder = InTarget(kPatchTemporaryFolder);
+    const CXString folder = InTarget(CXString(kPatchTemporaryFolder));
     const CXResult made = CXFileSystem::CreateDirectory(folder);
     if ((made != kCXResultOK && made != kCXResultAlreadyExists) ||
         CXFileSystem::LeadsOutside(m_targetFolder, folder, true)) {
@@ -199,7 +198,7 @@ bool VelPatchTask_ApplyFilePatches::CreateFile(const PatchOperation& operation,
                 FormatLocalisedString("$velpatch_task_failed_unable_write_new_file", destination),
                 detail);
         }
-        file.Flush(0);
+        file.Flush();
     }
     if (replaces) {
         CXFileSystem::CopyMode(destination, target);
@@ -279,7 +278,7 @@ bool VelPatchTask_ApplyFilePatches::WriteChangedFile(const PatchOperation& opera
                                                      const CXString& target) {
     CXStreamFile oldFile;
     SetBuffers(oldFile);
-    oldFile.Open(source, CXStreamFile::kOpenRead);
+    oldFile.Open(source, kOpenRead);
     if (!oldFile.IsOpen()) {
         LogFormat("VelPatchTask_ApplyFilePatches::Proc> COMMAND_EDIT_FILE - unable to open "
                   "sourceFilepath: %s",
@@ -300,7 +299,7 @@ bool VelPatchTask_ApplyFilePatches::WriteChangedFile(const PatchOperation& opera
         CXResult copied = CXStream::Copy(newFile, oldFile, oldFile.GetSize());
         if (copied == kCXResultOK) {
             // Nothing reads a moved file back, so a buffer that can't be written must tell here.
-            newFile.Flush(0);
+            newFile.Flush();
             copied = newFile.GetLastError();
         }
         if (copied != kCXResultOK) {

@@ -27,7 +27,7 @@ void BinaryDiffStreamWriter::EmitDifference(uint64_t oldStart, uint64_t oldEnd, 
                                             uint64_t newStart, uint64_t newEnd) {
     uint64_t skip = oldEnd - oldStart;
     uint64_t length = newEnd - newStart;
-    newStream.Seek(static_cast<int64_t>(newStart), 0);
+    newStream.Seek(static_cast<int64_t>(newStart), kCXSeekStart);
     do {
         const uint64_t skipNow = std::min(skip, kLongestRun);
         const uint64_t lengthNow = std::min(length, kLongestRun);
@@ -47,17 +47,19 @@ CXResult ApplyDiffFromStream(CXStream& oldStream, CXStream& newStream, CXStream&
     message.Clear();
     const uint64_t size = diffStream.GetSize();
     while (diffStream.GetPosition() < size) {
-        const uint8_t command = diffStream.ReadU8();
+        uint8_t command = 0;
         uint32_t length = 0;
+        diffStream.ReadU8(command); // short reads give 0 and show in the stream's error below
         CXResult copied = kCXResultOK;
         if (command == kReplace) {
-            const uint32_t skip = diffStream.ReadU32();
-            length = diffStream.ReadU32();
+            uint32_t skip = 0;
+            diffStream.ReadU32(skip);
+            diffStream.ReadU32(length);
             // Not tested: a copy that follows a skip past the end fails on its own.
-            oldStream.Seek(skip, 1);
+            oldStream.Seek(skip, kCXSeekRelative);
             copied = CXStream::Copy(newStream, diffStream, length);
         } else if (command == kCopy) {
-            length = diffStream.ReadU32();
+            diffStream.ReadU32(length);
             copied = CXStream::Copy(newStream, oldStream, length);
         } else {
             message = CXString::Format("ApplyDiffFromStream> unknown command: %d", command);

@@ -184,7 +184,7 @@ void VelPatchTask_ApplyFilePatches::DeleteDirectoriesCreatedDuringPatchAttempt()
 }
 
 void VelPatchTask_ApplyFilePatches::DeleteTemporaryPatchFilesDirectory() {
-    const CXString folder = InTarget(kPatchTemporaryFolder);
+    const CXString folder = InTarget(CXString(kPatchTemporaryFolder));
     LogFormat("VelPatchTask_ApplyFilePatches::DeleteTemporaryPatchFilesDirectory> %s",
               folder.GetData());
     const CXResult result = DeletePatiently(folder);

@@ -17,7 +17,7 @@ constexpr int64_t kFirstUnknownVersion = 2;
 /// Reads the tree from a local file; one that can't be opened gives an empty tree.
 DNValueRef ReadTree(const CXString& path) {
     CXStreamFile file;
-    file.Open(path, CXStreamFile::kOpenRead);
+    file.Open(path, kOpenRead);
     return file.IsOpen() ? TextConfig::Read(file) : DNValueRef();
 }
 

@@ -53,7 +53,7 @@ bool IsSafeOperationPath(absl::string_view path, bool windowsRules) {
             return false; // nothing but dots and blanks: Windows would read it as it likes
         } else if (!component.empty() && component != ".") {
             // Without regard to case, since most players' file systems have none.
-            if (depth == 0 && EqualsNoCase(component, kPatchTemporaryFolder)) {
+            if (depth == 0 && EqualsNoCase(component, CXString(kPatchTemporaryFolder))) {
                 return false;
             }
             ++depth;

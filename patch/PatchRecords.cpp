@@ -14,7 +14,7 @@ CXString DetailWithCode(const char* key, CXResult code) {
 
 /// Checksum of the first `size` bytes as they stand on disk.
 CXString ReadBackChecksum(CXStream& file, uint64_t size) {
-    file.Seek(0, 0);
+    file.Seek(0, kCXSeekStart);
     return MD5OfStream(file, size);
 }
 
@@ -23,9 +23,10 @@ CXString ReadBackChecksum(CXStream& file, uint64_t size) {
 bool VelPatchTask_ApplyFilePatches::ExtractFilePayload(CXStream& output, CXString& detail) {
     detail.Clear();
     CXStream& data = *m_dataStream;
-    const uint64_t size = data.ReadU64();
+    uint64_t size = 0;
+    data.ReadU64(size);
     CXStreamSubfile window;
-    window.Open(&data, data.GetPosition(), size);
+    window.Open(data, data.GetPosition(), size);
     if (data.GetLastError() != kCXResultOK) {
         detail = DetailWithCode("$velpatch_task_failed_read_datastreamsize", data.GetLastError());
         return false;
@@ -56,7 +57,8 @@ bool VelPatchTask_ApplyFilePatches::ExtractFilePayload(CXStream& output, CXStrin
 
 bool VelPatchTask_ApplyFilePatches::PerformBinaryDiff(CXStream& source, CXStream& target) {
     CXStream& data = *m_dataStream;
-    const uint64_t size = data.ReadU64();
+    uint64_t size = 0;
+    data.ReadU64(size);
     if (data.GetLastError() != kCXResultOK) {
         LogFormat(
             "VelPatchTask_ApplyFilePatches::PerformBinaryDiff> failed to read dataStreamSize. "
@@ -65,7 +67,7 @@ bool VelPatchTask_ApplyFilePatches::PerformBinaryDiff(CXStream& source, CXStream
         return false;
     }
     CXStreamSubfile window;
-    window.Open(&data, data.GetPosition(), size);
+    window.Open(data, data.GetPosition(), size);
     CXString message;
     const CXResult applied = ApplyDiffFromStream(source, target, window, message);
     if (applied != kCXResultOK) {
@@ -97,7 +99,8 @@ bool VelPatchTask_ApplyFilePatches::PerformBinaryDiff(CXStream& source, CXStream
 
 bool VelPatchTask_ApplyFilePatches::SkipBinaryDiff() {
     CXStream& data = *m_dataStream;
-    const uint64_t size = data.ReadU64();
+    uint64_t size = 0;
+    data.ReadU64(size);
     if (data.GetLastError() != kCXResultOK) {
         LogFormat(
             "VelPatchTask_ApplyFilePatches::SkipBinaryDiff> failed to read dataStreamSize. result "

@@ -10,21 +10,17 @@ namespace {
 /// Reads and judges a volume's header; the stream then stands at the payload.
 bool ReadVolumeHeader(CXStream& volume, const CXString& setIdentifier, uint32_t index,
                       uint32_t expectedCount, uint32_t& count, uint64_t& payloadSize) {
-    if (volume.ReadU32() != kPatchVolumeMagic || volume.ReadU32() != 0) {
-        return false;
-    }
+    uint32_t magic = 0;
+    uint32_t version = 0;
+    uint32_t statedIndex = 0;
     CXString identifier;
-    if (!ReadStreamString(volume, identifier) || identifier != setIdentifier ||
-        volume.ReadU32() != index) {
+    // Each test needs its whole field: one cut short reads as 0, which may look sound.
+    if (!volume.ReadU32(magic) || magic != kPatchVolumeMagic || !volume.ReadU32(version) ||
+        version != 0 || !ReadStreamString(volume, identifier) || identifier != setIdentifier ||
+        !volume.ReadU32(statedIndex) || statedIndex != index || !volume.ReadU32(count)) {
         return false;
     }
-    count = volume.ReadU32();
-    if (index != 0 && count != expectedCount) {
-        return false;
-    }
-    payloadSize = volume.ReadU64();
-    // A field cut short reads as 0, which may look like a sound value.
-    return volume.GetLastError() == kCXResultOK;
+    return (index == 0 || count == expectedCount) && volume.ReadU64(payloadSize);
 }
 
 /// One way to find a volume: in the folder, then on every storage volume.
@@ -48,7 +44,7 @@ bool FindVolume(CXStream& output, const CXString& folder, const CXString& name,
 bool CopyVolumePayload(CXStream& output, const CXString& volumePath, const CXString& setIdentifier,
                        uint32_t index, uint32_t& count) {
     CXStreamFile volume;
-    volume.Open(volumePath, CXStreamFile::kOpenRead);
+    volume.Open(volumePath, kOpenRead);
     if (!volume.IsOpen()) {
         return false;
     }
@@ -61,11 +57,11 @@ bool CopyVolumePayload(CXStream& output, const CXString& volumePath, const CXStr
     const uint64_t size = output.GetSize();
     if (CXStream::Copy(output, volume, payloadSize) != kCXResultOK) {
         output.SetSize(size);
-        output.Seek(static_cast<int64_t>(start), 0);
+        output.Seek(static_cast<int64_t>(start), kCXSeekStart);
         output.ResetError();
         return false;
     }
-    output.Flush(0);
+    output.Flush();
     count = volumeCount;
     return true;
 }
@@ -74,8 +70,7 @@ bool AssembleVolumes(const CXString& outputPath, CXString& folder, const CXStrin
                      const std::function<void(float)>& progress, const PatchDiscPrompt& prompt,
                      const std::function<bool()>& stopped) {
     CXStreamFile output;
-    output.Open(outputPath,
-                CXStreamFile::kOpenWrite | CXStreamFile::kOpenCreate | CXStreamFile::kOpenTruncate);
+    output.Open(outputPath, kOpenWrite | kOpenCreate | kOpenTruncate);
     if (!output.IsOpen()) {
         return false;
     }

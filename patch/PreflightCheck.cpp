@@ -3,9 +3,9 @@
 #include "core/CXFileSystem.h"
 #include "core/CXLocalisation.h"
 #include "patch/EffortSum.h"
+#include "patch/FileChecksum.h"
 #include "patch/VelPatchTask_ApplyFilePatches.h"
 #include "stream/CXStreamFile.h"
-#include "stream/CXStreamTools.h"
 
 namespace {
 

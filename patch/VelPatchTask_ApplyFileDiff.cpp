@@ -33,14 +33,18 @@ void VelPatchTask_ApplyFileDiff::GetStatus(TaskStatus& out) {
 }
 
 void VelPatchTask_ApplyFileDiff::RunCommand() {
-    const uint8_t command = m_diffStream->ReadU8();
+    uint8_t command = 0;
+    uint32_t skip = 0;
+    uint32_t length = 0;
+    m_diffStream->ReadU8(command);
     if (command == 0) {
-        const uint32_t skip = m_diffStream->ReadU32();
-        const uint32_t length = m_diffStream->ReadU32();
-        m_oldStream->Seek(skip, 1);
+        m_diffStream->ReadU32(skip);
+        m_diffStream->ReadU32(length);
+        m_oldStream->Seek(skip, kCXSeekRelative);
         CXStream::Copy(*m_newStream, *m_diffStream, length);
     } else if (command == 1) {
-        CXStream::Copy(*m_newStream, *m_oldStream, m_diffStream->ReadU32());
+        m_diffStream->ReadU32(length);
+        CXStream::Copy(*m_newStream, *m_oldStream, length);
     }
 }
 
@@ -69,7 +73,7 @@ void VelPatchTask_ApplyFileDiff::Proc() {
             m_status.fraction = fraction;
         }
     }
-    m_newStream->Flush(0);
+    m_newStream->Flush();
     const CXCriticalSectionGuard guard(m_lock);
     m_status.state = kTaskStateFinished;
     m_status.fraction = 1.0F;

@@ -87,8 +87,7 @@ CXString VelPatchTask_ApplyFilePatches::GetLogFilePath() {
 
 void VelPatchTask_ApplyFilePatches::WriteLogFile() {
     CXStreamFile file;
-    file.Open(GetLogFilePath(),
-              CXStreamFile::kOpenWrite | CXStreamFile::kOpenCreate | CXStreamFile::kOpenTruncate);
+    file.Open(GetLogFilePath(), kOpenWrite | kOpenCreate | kOpenTruncate);
     if (file.IsOpen()) {
         const CXCriticalSectionGuard guard(m_lock);
         file.Write(m_log.GetData(), m_log.GetLength());

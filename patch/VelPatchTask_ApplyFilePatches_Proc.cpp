@@ -174,8 +174,8 @@ bool VelPatchTask_ApplyFilePatches::OpenDataFile() {
     }
 
     m_dataFile = std::make_unique<CXStreamFile>();
-    m_dataFile->SetOption(CXStream::kOptionReadBufferSize, kDataReadBuffer);
-    m_dataFile->Open(m_dataPath, CXStreamFile::kOpenRead);
+    m_dataFile->SetOption(kCXStreamOptionReadBuffer, kDataReadBuffer);
+    m_dataFile->Open(m_dataPath, kOpenRead);
     if (!m_dataFile->IsOpen()) {
         return Fail(
             FormatLocalisedString("$velpatch_task_install_failed_read_src_data", m_dataPath));
@@ -191,10 +191,11 @@ bool VelPatchTask_ApplyFilePatches::OpenDataFile() {
         if (MD5OfStream(*m_dataFile, size) != m_control.dataChecksum) {
             return Fail(GetLocalisedString("$velpatch_task_installation_data_checksum"));
         }
-        m_dataFile->Seek(0, 0);
+        m_dataFile->Seek(0, kCXSeekStart);
     }
     m_inflater = std::make_unique<StreamProcessorZLibDecompress>();
-    m_dataStream = CXStreamProcessorWrapper::MakeReader(*m_inflater, *m_dataFile);
+    m_dataStream =
+        std::make_unique<CXStreamProcessorWrapper>(*m_inflater, m_dataFile.get(), nullptr);
     SetState(kTaskStateMeasured);
     SetText(GetLocalisedString("$velpatch_task_installing"));
     return true;
