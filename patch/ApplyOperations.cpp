@@ -296,11 +296,12 @@ bool VelPatchTask_ApplyFilePatches::WriteChangedFile(const PatchOperation& opera
         return Fail(FormatLocalisedString("$velpatch_task_failed_create_file", target));
     }
     if (operation.command == COMMAND_MOVE_FILE) {
+        // Nothing reads a moved file back, so a size that can't be told and a buffer that can't be
+        // written must show here.
         CXResult copied = CXStream::Copy(newFile, oldFile, oldFile.GetSize());
-        if (copied == kCXResultOK) {
-            // Nothing reads a moved file back, so a buffer that can't be written must tell here.
-            newFile.Flush();
-            copied = newFile.GetLastError();
+        newFile.Flush();
+        for (const CXStreamFile* file : {&oldFile, &newFile}) {
+            copied = copied == kCXResultOK ? file->GetLastError() : copied;
         }
         if (copied != kCXResultOK) {
             Log("VelPatchTask_ApplyFilePatches::Proc> COMMAND_MOVE_FILE - copy failed");

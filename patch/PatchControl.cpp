@@ -26,15 +26,13 @@ DNValueRef ReadTree(const CXString& path) {
 CXResult LoadControlFile(const CXURI& uri, PatchControl& out) {
     DNValueRef tree;
     if (EqualsNoCase(uri.scheme, "file")) {
-        CXString path;
-        uri.ToFilePath(path);
-        tree = ReadTree(path);
+        tree = ReadTree(uri.ToFilePath());
     } else if (EqualsNoCase(uri.scheme, "http") || EqualsNoCase(uri.scheme, "https")) {
         return kCXResultNotSupported;
     } else {
         return kCXResultInvalidArgument;
     }
-    if (tree->GetInt64("velpatch-version") >= kFirstUnknownVersion) {
+    if (tree->Get("velpatch-version")->GetInt64() >= kFirstUnknownVersion) {
         return kCXResultUnusable;
     }
     PatchControl control;
@@ -45,8 +43,8 @@ CXResult LoadControlFile(const CXURI& uri, PatchControl& out) {
                     offender.GetData());
         return kCXResultBadData;
     }
-    control.dataSize = tree->GetInt64("datafilesize");
-    control.dataChecksum = tree->GetString("datafilechecksum");
+    control.dataSize = tree->Get("datafilesize")->GetInt64();
+    control.dataChecksum = tree->Get("datafilechecksum")->GetString();
     out = std::move(control);
     return kCXResultOK;
 }

@@ -41,20 +41,20 @@ bool ReadOperations(DNValue& tree, std::vector<PatchOperation>& list) {
     const DNValueRef entries = tree.Get("patch-operations");
     const size_t count = entries->GetChildCount();
     for (size_t index = 0; index < count; ++index) {
-        const DNValueRef entry = entries->GetChildAt(index);
-        const PatchCommand command = PatchCommandFromWord(entry->GetString("command"));
+        const DNValueRef entry = entries->ChildAt(index);
+        const PatchCommand command = PatchCommandFromWord(entry->Get("command")->GetString());
         if (command == COMMAND_NONE) {
             continue; // an older program may meet a newer list and go on
         }
         PatchOperation& operation = list.emplace_back();
-        operation.sourcePath = entry->GetString("source-filepath");
-        operation.sourceChecksum = entry->GetString("source-checksum");
-        operation.destinationPath = entry->GetString("destination-filepath");
-        operation.destinationPermissions = entry->GetString("destination-permissions");
-        operation.destinationChecksum = entry->GetString("destination-checksum");
+        operation.sourcePath = entry->Get("source-filepath")->GetString();
+        operation.sourceChecksum = entry->Get("source-checksum")->GetString();
+        operation.destinationPath = entry->Get("destination-filepath")->GetString();
+        operation.destinationPermissions = entry->Get("destination-permissions")->GetString();
+        operation.destinationChecksum = entry->Get("destination-checksum")->GetString();
         operation.command = command;
-        operation.estimatedEffort = entry->GetInt64("estimated-effort");
-        operation.flags = static_cast<uint32_t>(entry->GetInt64("flags"));
+        operation.estimatedEffort = entry->Get("estimated-effort")->GetInt64();
+        operation.flags = static_cast<uint32_t>(entry->Get("flags")->GetInt64());
     }
     return true;
 }

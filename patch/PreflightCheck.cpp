@@ -5,7 +5,6 @@
 #include "patch/EffortSum.h"
 #include "patch/FileChecksum.h"
 #include "patch/VelPatchTask_ApplyFilePatches.h"
-#include "stream/CXStreamFile.h"
 
 namespace {
 

@@ -113,7 +113,7 @@ bool VelPatchTask_ApplyFilePatches::GetDataFile() {
     if (!EqualsNoCase(m_dataURI.scheme, "file")) {
         return DownloadDataFile();
     }
-    m_dataURI.ToFilePath(m_dataPath);
+    m_dataPath = m_dataURI.ToFilePath();
     if (!CXFileSystem::Exists(m_dataPath)) {
         FinishFailed(FormatLocalisedString("$velpatch_task_missing_data", m_dataPath), CXString(),
                      CXString());
