@@ -76,18 +76,21 @@ public:
     static CXString FormatUntyped(absl::string_view format,
                                   absl::Span<const absl::FormatArg> args);
 
+    // Hidden friends, so that comparing two views never considers them.
+    friend bool operator==(const CXString& a, const CXString& b) { return a.Equals(b); }
+    friend bool operator!=(const CXString& a, const CXString& b) { return !a.Equals(b); }
+    friend bool operator==(const CXString& a, absl::string_view b) { return a.Equals(b); }
+    friend bool operator!=(const CXString& a, absl::string_view b) { return !a.Equals(b); }
+    friend bool operator==(const CXString& a, const char* b) { return a.Equals(b); }
+    friend bool operator!=(const CXString& a, const char* b) { return !a.Equals(b); }
+    friend bool operator<(const CXString& a, const CXString& b) { return a.Less(b); }
+
     /// The raw word (for tests and the tree's inline numbers).
     uint64_t GetWord() const { return m_word.load(std::memory_order_relaxed); }
 
 private:
     std::atomic<uint64_t> m_word;
 };
-
-inline bool operator==(const CXString& a, const CXString& b) { return a.Equals(b); }
-inline bool operator!=(const CXString& a, const CXString& b) { return !a.Equals(b); }
-inline bool operator==(const CXString& a, const char* b) { return a.Equals(b); }
-inline bool operator!=(const CXString& a, const char* b) { return !a.Equals(b); }
-inline bool operator<(const CXString& a, const CXString& b) { return a.Less(b); }
 
 /// CRC-32 based hash of a byte range: seeded with the eight bytes of the length in machine order;
 /// of a text above 256 bytes only the first and last 128 bytes count.
