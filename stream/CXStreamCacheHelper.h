@@ -34,6 +34,9 @@ protected:
 
     uint64_t CachedRead(void* data, uint64_t count);
     uint64_t CachedWrite(const void* data, uint64_t count);
+    /// Writes out and drops the window and moves the raw position; 0 with the error set on failure,
+    /// the position is then what it was.
+    uint64_t CachedSeek(int64_t position);
     /// "FRDO", "FRDS", "FWBS"; false for any other code.
     bool CachedSetOption(uint32_t code, uint64_t value);
     /// Writes out a write window, which stays as an empty one.
@@ -43,6 +46,10 @@ protected:
     /// Writes out a write window, gives any window up, and brings the raw position to the logical
     /// one.
     void DropWindow();
+    /// Frees the window without a look at the raw layer; the logical position becomes `position`.
+    void FreeWindow(uint64_t position);
+    /// Position behind the data that waits in a write window; 0 without one.
+    uint64_t GetWindowEnd() const;
 
     static constexpr uint64_t kUnknownSize = ~static_cast<uint64_t>(0);
 
@@ -56,11 +63,11 @@ protected:
 private:
     bool HasWriteWindow() const;
     bool HasReadWindow() const;
+    bool AllocateWindow(uint64_t size);
     bool Refill();
     uint64_t CopyFromWindow(uint8_t* data, uint64_t count);
     uint64_t ReadStraight(uint8_t* data, uint64_t count);
     void RaiseCachedSize(uint64_t end);
-    void FreeWindow(uint64_t position);
 
     uint64_t m_bufferSize = 0; ///< bytes allocated for the window
 };

@@ -22,7 +22,7 @@ public:
     /// "RESV" makes room for that many bytes behind the position; an unreasonably large hint, which
     /// may come from outside data, is taken but not followed.
     bool SetOption(uint32_t code, uint64_t value) override;
-    /// Frees the buffer; the stream is not open afterwards.
+    /// The stream is not open afterwards; `GetData` and `GetSize` still tell what was written.
     void Close() override;
     uint64_t BufferedWrite(const void* data, uint64_t count) override;
     uint64_t BufferedRead(void* data, uint64_t count) override;
@@ -33,6 +33,10 @@ protected:
     void RaiseSize();
     /// Publishes the buffer as window with the cursor at `position`.
     void PublishWindow(uint64_t position);
+    /// Copies up to `count` bytes from the position on and moves it; silent about the end.
+    uint64_t CopyOut(void* data, uint64_t count);
+    /// As `Reserve`, without storing an error.
+    bool Grow(uint64_t wanted);
 
     uint8_t* m_start = nullptr;
     uint64_t m_capacity = 0;

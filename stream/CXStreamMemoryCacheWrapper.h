@@ -17,7 +17,7 @@ public:
     uint64_t GetSize() override;
     void SetSize(uint64_t size) override;
     bool SetOption(uint32_t code, uint64_t value) override;
-    /// Closes the source and frees the memory.
+    /// Closes the source.
     void Close() override;
     uint64_t BufferedWrite(const void* data, uint64_t count) override;
     uint64_t BufferedRead(void* data, uint64_t count) override;
@@ -25,7 +25,7 @@ public:
     uint64_t BufferedSeek(int64_t position) override;
 
 private:
-    bool FetchUpTo(uint64_t end);
+    CXResult FetchUpTo(uint64_t end);
 
     std::unique_ptr<CXStream> m_source;
 };

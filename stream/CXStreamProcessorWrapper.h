@@ -22,7 +22,7 @@ public:
     uint64_t BufferedRead(void* data, uint64_t count) override;
 
 private:
-    CXResult ProduceInput();
+    CXResult FillFromSource();
     bool MoveOutput();
 
     StreamProcessor* m_processor;

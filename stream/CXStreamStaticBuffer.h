@@ -12,7 +12,7 @@ public:
     CXStreamStaticBuffer(const void* data, uint64_t size);
 
     uint64_t GetSize() override;
-    /// Lets go of the memory.
+    /// The stream is not open afterwards; `GetSize` still tells what is in use.
     void Close() override;
     /// A write is cut at the capacity.
     uint64_t BufferedWrite(const void* data, uint64_t count) override;
