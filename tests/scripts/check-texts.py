@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
-"""Checks the texts of a configuration: check-texts.py ROOT [CONFIG], CONFIG being
-data/patch-config.txt by default. Every key of text-keys.txt stands in every language, once, not
-empty and with the same arguments; no language has others; the sources look up no other key; the
-files that the texts and the wizard name are there. Prints what is wrong and exits with 1."""
+"""Checks the texts of a configuration: check-texts.py [CONFIG], by default that of the source
+tree. Every key of text-keys.txt stands in every language, once, not empty and with all of its
+arguments; no language has others; the sources look up no other key; the files that the texts and
+the wizard name are there. Prints what is wrong, and exits with 1 then."""
 import pathlib
 import re
 import sys
@@ -32,8 +32,8 @@ def languages(text):
 
 
 def main():
-    root = pathlib.Path(sys.argv[1])
-    config = pathlib.Path(sys.argv[2]) if len(sys.argv) > 2 else root / "data/patch-config.txt"
+    root = pathlib.Path(__file__).resolve().parent.parent.parent
+    config = pathlib.Path(sys.argv[1]) if len(sys.argv) > 1 else root / "data/patch-config.txt"
     listed = pathlib.Path(__file__).with_name("text-keys.txt").read_text(encoding="utf-8")
     wanted = {key: int(count) for key, count in
               (line.split() for line in listed.splitlines() if line.startswith("$"))}
