@@ -65,9 +65,6 @@ public:
         m_list = nullptr;
     }
 
-protected:
-    ~CXLinkedListNode() = default;
-
 private:
     CXLinkedListNode* m_previous = nullptr;
     CXLinkedListNode* m_next = nullptr;

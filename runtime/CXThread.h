@@ -17,7 +17,7 @@
 ///
 /// A derived class calls `CXThread::Stop()` (qualified) first in its destructor, so that no member
 /// dies under a running `Proc`; an override of `Stop` may do less, for instance only set the flag.
-class CXThread : public CXGenericEventSource, public CXLinkedListNode<CXThread> {
+class CXThread : public CXGenericEventSource {
 public:
     /// Numbers of the events of a thread; any other number gives a plain event.
     static constexpr uint32_t kEventStopRequested = 0;
@@ -84,14 +84,17 @@ protected:
     void Unregister();
 
 private:
+    friend class CXThreadExternal;
     static void Entry(void* self);
     void Run();
     void JoinPlatformThread(CXConditionGuard& guard);
 
     CXString m_name;
-    uint32_t m_stackSize = 4096; // bytes; only a hint of how much to commit at first
+    CXLinkedListNode<CXThread> m_node{this}; // in the list of running threads
+    uint32_t m_stackSize = 4096;             // bytes; only a hint of how much to commit at first
     CXCondition m_condition;
     std::atomic<CXThreadId> m_threadId{0};
+    std::atomic<uint64_t> m_nativeId{0}; // what the platform's priority call wants, 0: not running
     CXRecursiveLock m_endLock;           // held while the end callbacks run
     CXCriticalSection m_callbackSection; // over the list alone
     std::vector<std::function<void()>> m_endCallbacks;
