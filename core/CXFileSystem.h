@@ -77,7 +77,8 @@ CXString MakeAbsolute(absl::string_view path);
 /// MakeAbsolute; links are not resolved.
 CXString GetCanonicalPath(absl::string_view path);
 /// True if `path` (below or equal to `root`) passes through a link that leads out of `root`. With
-/// `testLast` the last component counts too. What doesn't exist leads nowhere.
+/// `testLast` the last component counts too. What doesn't exist leads nowhere, a link to nothing
+/// leads outside.
 bool LeadsOutside(const CXString& root, const CXString& path, bool testLast);
 
 // ---- Changes ----
@@ -96,9 +97,10 @@ CXResult DeleteDirectory(const CXString& path);
 /// Removes a tree. Links are removed, never followed. Goes on after a failure; the first failure
 /// is the result. Empty and root paths are refused with kCXResultAccessDenied.
 CXResult DeleteRecursive(const CXString& path);
-/// Copies one file's bytes and mode.
+/// Copies one file's bytes and mode, links followed. On failure no partial copy stays.
 CXResult CopyFile(const CXString& source, const CXString& destination, bool overwrite);
-/// Copies a tree.
+/// Copies a tree; stops at the first failure. Links to files become files, a link to a folder is
+/// a failure, and so is a destination inside the source.
 CXResult CopyDirectory(const CXString& source, const CXString& destination);
 /// Puts `replacement` in place of `target`; a crash at any moment leaves one good copy (the old
 /// file waits as target + ".abku"). On failure the replacement is deleted.
@@ -115,6 +117,10 @@ CXResult SetFilePermissions(const CXString& path, const CXString& text);
 /// Gives `to` the POSIX permission bits of `from` (nothing on Windows).
 CXResult CopyMode(const CXString& from, const CXString& to);
 CXResult DeleteAtReboot(const CXString& path);
+/// Extension of shortcuts with its dot: ".lnk" or ".desktop".
+absl::string_view GetLinkExtension();
+/// Makes a shortcut that starts `target` in `workingFolder`; the extension is appended to a path
+/// that lacks it.
 CXResult CreateLink(const CXString& path, const CXString& target, const CXString& workingFolder,
                     const CXString& name);
 
