@@ -51,7 +51,7 @@ CXString DNIterator::GetDebugText() const {
 DNIterator* DNIteratorRef::SharedEnd() {
     static DNIterator* const end = [] {
         auto* iterator = new DNIterator;
-        iterator->Retain();
+        iterator->AddReference();
         return iterator;
     }();
     return end;

@@ -52,7 +52,7 @@ public:
     DNIteratorRef() noexcept : m_iterator(nullptr) {}
     DNIteratorRef(DNIterator* iterator) : m_iterator(iterator) {
         if (m_iterator) {
-            m_iterator->Retain();
+            m_iterator->AddReference();
         }
     }
     DNIteratorRef(const DNIteratorRef& other) : DNIteratorRef(other.m_iterator) {}
@@ -61,7 +61,7 @@ public:
     }
     ~DNIteratorRef() {
         if (m_iterator) {
-            m_iterator->Release();
+            m_iterator->RemoveReference();
         }
     }
     DNIteratorRef& operator=(DNIteratorRef other) noexcept {

@@ -19,9 +19,13 @@ class CXMessageDNValueParam : public CXMessage {
 public:
     CXMessageDNValueParam(const CXString& messageName, CXMessageTarget* sender,
                           const DNValueRef& param)
-        : CXMessage(messageName, sender), value(param) {}
+        : CXMessage(messageName, sender), m_value(param) {}
 
-    DNValueRef value; ///< for the tree's own messages the value that sent them
+    /// For the tree's own messages the value that sent them.
+    const DNValueRef& GetValue() const { return m_value; }
+
+private:
+    DNValueRef m_value;
 };
 
 /// A value's data changed.
@@ -35,37 +39,54 @@ public:
 class DNValueAddChildMessage : public CXMessageDNValueParam {
 public:
     DNValueAddChildMessage(DNValue* sender, size_t entry)
-        : CXMessageDNValueParam(kDNValueAddChild, sender, sender), index(entry) {}
+        : CXMessageDNValueParam(kDNValueAddChild, sender, sender), m_index(entry) {}
 
-    size_t index;
+    size_t GetIndex() const { return m_index; }
+
+private:
+    size_t m_index;
 };
 
 /// An entry was removed from a folder.
 class DNValueRemoveChildMessage : public CXMessageDNValueParam {
 public:
     DNValueRemoveChildMessage(DNValue* sender, size_t entry, const DNValueRef& gone)
-        : CXMessageDNValueParam(kDNValueRemoveChild, sender, sender), index(entry), removed(gone) {}
+        : CXMessageDNValueParam(kDNValueRemoveChild, sender, sender), m_index(entry), m_removed(gone) {}
 
-    size_t index;       ///< where the entry stood
-    DNValueRef removed; ///< its value
+    /// Where the entry stood.
+    size_t GetIndex() const { return m_index; }
+    /// The value that it held.
+    const DNValueRef& GetRemoved() const { return m_removed; }
+
+private:
+    size_t m_index;
+    DNValueRef m_removed;
 };
 
 /// A key was replaced through an iterator.
 class DNIteratorKeyChangedMessage : public CXMessageDNValueParam {
 public:
     DNIteratorKeyChangedMessage(DNValue* sender, size_t entry)
-        : CXMessageDNValueParam(kDNIteratorKeyChanged, sender, sender), index(entry) {}
+        : CXMessageDNValueParam(kDNIteratorKeyChanged, sender, sender), m_index(entry) {}
 
-    size_t index;
+    size_t GetIndex() const { return m_index; }
+
+private:
+    size_t m_index;
 };
 
 /// An entry's value was replaced.
 class DNIteratorValueChangedMessage : public CXMessageDNValueParam {
 public:
     DNIteratorValueChangedMessage(DNValue* sender, size_t entry, const DNValueRef& before)
-        : CXMessageDNValueParam(kDNIteratorValueChanged, sender, sender), index(entry),
-          previous(before) {}
+        : CXMessageDNValueParam(kDNIteratorValueChanged, sender, sender), m_index(entry),
+          m_previous(before) {}
 
-    size_t index;
-    DNValueRef previous; ///< the value that stood there
+    size_t GetIndex() const { return m_index; }
+    /// The value that stood there before.
+    const DNValueRef& GetPrevious() const { return m_previous; }
+
+private:
+    size_t m_index;
+    DNValueRef m_previous;
 };

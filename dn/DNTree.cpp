@@ -42,17 +42,17 @@ void DNTree::Watch(const DNValueRef& top, bool on) {
 
 CXResult DNTree::ProcessMessage(const CXMessage& message) {
     // The name tells the class.
-    if (message.name == kDNValueAddChild) {
+    if (message.GetName() == kDNValueAddChild) {
         const auto& added = static_cast<const DNValueAddChildMessage&>(message);
-        Watch(added.value->ChildAt(added.index), true);
-    } else if (message.name == kDNValueRemoveChild) {
-        Watch(static_cast<const DNValueRemoveChildMessage&>(message).removed, false);
-    } else if (message.name == kDNIteratorValueChanged) {
+        Watch(added.GetValue()->ChildAt(added.GetIndex()), true);
+    } else if (message.GetName() == kDNValueRemoveChild) {
+        Watch(static_cast<const DNValueRemoveChildMessage&>(message).GetRemoved(), false);
+    } else if (message.GetName() == kDNIteratorValueChanged) {
         const auto& changed = static_cast<const DNIteratorValueChangedMessage&>(message);
-        Watch(changed.previous, false);
-        Watch(changed.value->ChildAt(changed.index), true);
-    } else if (message.name != kDNValueChanged && message.name != kDNIteratorKeyChanged &&
-               message.name != kDNValueReleaseValue) {
+        Watch(changed.GetPrevious(), false);
+        Watch(changed.GetValue()->ChildAt(changed.GetIndex()), true);
+    } else if (message.GetName() != kDNValueChanged && message.GetName() != kDNIteratorKeyChanged &&
+               message.GetName() != kDNValueReleaseValue) {
         return CXMessageTarget::ProcessMessage(message);
     }
     Broadcast(message);

@@ -53,13 +53,13 @@ void DNValue::operator delete(void* block, size_t size) {
 DNValue* DNValue::SharedEmpty() {
     static DNValue* const empty = [] {
         auto* value = new DNValue;
-        value->Retain();
+        value->AddReference();
         return value;
     }();
     return empty;
 }
 
-void DNValue::OnZeroReferences() {
+void DNValue::ReleaseObject() {
     if (t_doomed) {
         t_doomed->push_back(this);
         return;

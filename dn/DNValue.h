@@ -117,7 +117,7 @@ public:
 protected:
     /// Sends "DNValue::releaseValue" and frees the value, and then, one after the
     /// other, what only it held.
-    void OnZeroReferences() override;
+    void ReleaseObject() override;
 };
 
 #include "dn/DNIterator.h"

@@ -12,14 +12,14 @@ public:
     DNValueRef() noexcept : m_value(nullptr) {}
     DNValueRef(DNValue* value) : m_value(value) {
         if (m_value) {
-            m_value->Retain();
+            m_value->AddReference();
         }
     }
     DNValueRef(const DNValueRef& other) : DNValueRef(other.m_value) {}
     DNValueRef(DNValueRef&& other) noexcept : m_value(other.m_value) { other.m_value = nullptr; }
     ~DNValueRef() {
         if (m_value) {
-            m_value->Release();
+            m_value->RemoveReference();
         }
     }
     DNValueRef& operator=(const DNValueRef& other) {

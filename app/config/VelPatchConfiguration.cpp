@@ -3,6 +3,7 @@
 #include "app/config/VelPatchLanguage.h"
 #include "app/config/VelPatchProcessSettings.h"
 #include "core/CXFileSystem.h"
+#include "core/CXLanguages.h"
 #include "core/CXLocalisation.h"
 #include "core/CXStringEdit.h"
 #include "dn/DNMemoryValue.h"
@@ -68,7 +69,7 @@ void LoadApplicationConfiguration() {
     if (names.empty()) {
         return;
     }
-    LoadLanguage(*locales->Get(SelectLanguage(names, GetSystemLanguages())));
+    LoadLanguage(*locales->Get(SelectLanguage(names, GetPreferredLanguages())));
 }
 
 bool ApplyConfiguration(VelPatchConfiguration& configuration, VelPatchSettings& settings,
