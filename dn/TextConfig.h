@@ -16,20 +16,19 @@ namespace TextConfig {
 
 /// Parses `size` bytes of UTF-8 text into `root`. Keys that `root` already
 /// holds are replaced, folders are merged into.
-void Parse(const void *data, size_t size, DNValue &root);
+void Parse(const void* data, size_t size, DNValue& root);
 
 /// Reads what remains of the stream into a new folder. A short read, or a
 /// stream that can't say how much remains, gives an empty one.
-DNValueRef Read(CXStream &stream);
+DNValueRef Read(CXStream& stream);
 
 /// Writes the folder's contents, lines ended by a lone CR. A leaf writes
 /// nothing. Failures stand in the stream's last error.
-void Write(const DNValue &value, CXStream &stream);
+void Write(const DNValue& value, CXStream& stream);
 
 } // namespace TextConfig
 
 /// The index of the lower-cased value in a null-ended table whose first entry
 /// is the enum's name, so values count from 1. 0 when it isn't found (logged
 /// with `name`) or empty (not logged).
-int ParseEnumValue(const char *name, const char *const *table,
-                   const CXString &value);
+int ParseEnumValue(const char* name, const char* const* table, const CXString& value);
