@@ -344,7 +344,13 @@ class Driver:
                         time.monotonic() - begin)
         wine = [os.path.join(ROOT, "scripts", "wine-run")]
         build = Build("windows", wine, ".exe")
-        if code or not self.compile(build):
+        if code:
+            return
+        # Packages of another version mean another sysroot, which a made build would not see.
+        known = os.path.join(build.folder, "CMakeCache.txt")
+        if os.path.exists(known) and output.split()[-1] not in open(known, encoding="utf-8").read():
+            shutil.rmtree(build.folder)
+        if not self.compile(build):
             return
 
         def jobs():
