@@ -1,0 +1,14 @@
+// The process-wide set of paths held open for exclusive writing.
+#pragma once
+
+#include "core/CXString.h"
+
+/// Guarded by one critical section; any thread. Deletion and exclusive opens look here first.
+namespace CXExclusivePaths {
+
+/// Adds the (normalised, absolute) path; false if it is in the set already.
+bool Add(const CXString& path);
+void Remove(const CXString& path);
+bool Contains(const CXString& path);
+
+}  // namespace CXExclusivePaths

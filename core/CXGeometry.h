@@ -1,0 +1,17 @@
+// Plain value structs that the data tree and the window share.
+#pragma once
+
+#include <cstdint>
+
+struct CXBox2i {
+    int32_t left = 0, top = 0, right = 0, bottom = 0;
+};
+struct CXVector2i {
+    int32_t x = 0, y = 0;
+};
+struct CXVector2 {
+    float x = 0, y = 0;
+};
+struct CXColor {
+    float red = 0, green = 0, blue = 0, alpha = 0;
+};
