@@ -114,7 +114,10 @@ class Build:
 
     def compile(self, targets=()):
         """"" or the output of what failed."""
-        if not os.path.exists(os.path.join(self.folder, "build.ninja")):
+        cache = os.path.join(self.folder, "CMakeCache.txt")
+        ready = os.path.exists(os.path.join(self.folder, "build.ninja")) and (
+            "VELPATCH_HAS_TESTS:INTERNAL=ON" in open(cache, encoding="utf-8").read())
+        if not ready:
             code, output, _ = run(["cmake", "--preset", self.preset])
             if code:
                 return output
