@@ -25,4 +25,4 @@ void ReleaseThreadCache();
 /// Number of free blocks held in the calling thread's cache, over all classes (for tests).
 size_t CountThreadCacheBlocks();
 
-}  // namespace BlockAlloc
+} // namespace BlockAlloc

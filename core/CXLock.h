@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstdint>
 #include <mutex>
+#include <new>
 
 /// Identifier of a thread, unique among live threads; kCXNoThread stands for none.
 using CXThreadId = uint64_t;
@@ -69,4 +70,18 @@ protected:
 public:
     CXNonCopyable(const CXNonCopyable&) = delete;
     CXNonCopyable& operator=(const CXNonCopyable&) = delete;
+};
+
+/// Holds an object that is never destroyed. As a function-local static it serves destructors of
+/// other static objects, and what runs before the first static initialiser.
+template <typename T> class CXImmortal {
+public:
+    CXImmortal() { ::new (static_cast<void*>(m_storage)) T(); }
+    CXImmortal(const CXImmortal&) = delete;
+    CXImmortal& operator=(const CXImmortal&) = delete;
+
+    T& Get() { return *std::launder(reinterpret_cast<T*>(m_storage)); }
+
+private:
+    alignas(T) unsigned char m_storage[sizeof(T)];
 };

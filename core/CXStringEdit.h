@@ -26,14 +26,13 @@ public:
     void Clear() { m_length = 0; }
     void Assign(absl::string_view view);
     void Append(absl::string_view view);
-    void Append(const CXString& text);
     void AppendByte(char byte) {
         if (m_length <= m_capacity - 2 || Reserve(m_length, 1)) {
             m_data[m_length++] = byte;
         }
     }
-    /// Makes room for position + extra bytes plus one; false when that overflows or memory is
-    /// exhausted (the length is then 0).
+    /// Makes room for position + extra bytes plus one; false when that overflows, or when memory is
+    /// exhausted (the length is then 0). The room is what AppendByte and Append fill.
     bool Reserve(uint64_t position, uint64_t extra);
     /// Sets the length; new bytes are zero.
     void Resize(uint64_t length);
@@ -49,8 +48,7 @@ public:
 
     /// Appends printf-like formatted text (`%s` takes a C string); a failed format empties the
     /// buffer's appended part.
-    template <typename... Args>
-    void AppendFormat(const char* format, const Args&... args) {
+    template <typename... Args> void AppendFormat(const char* format, const Args&... args) {
         const absl::FormatArg list[] = {absl::FormatArg(args)..., absl::FormatArg(0)};
         AppendFormatUntyped(format, absl::Span<const absl::FormatArg>(list, sizeof...(Args)));
     }
@@ -67,8 +65,9 @@ public:
     friend void AbslFormatFlush(CXStringEdit* edit, absl::string_view part) { edit->Append(part); }
 
 private:
+    // The whole area counts: a source may lie behind the end of a buffer that was just cut.
     bool Holds(const char* pointer) const {
-        return pointer >= m_data && pointer < m_data + m_length;
+        return pointer >= m_data && pointer < m_data + m_capacity;
     }
     void ReleaseArea();
 
@@ -78,8 +77,9 @@ private:
     uint64_t m_length;
 };
 
-/// Splits at the first occurrence of `separator`. Found: true, left and right get the bytes before
-/// and behind it. Not found: false, left gets everything, right is cleared.
+/// Splits at the first occurrence of `separator` (an empty one is never found). Found: true, left
+/// and right get the bytes before and behind it. Not found: false, left gets everything, right is
+/// cleared.
 bool SplitFirst(absl::string_view text, absl::string_view separator, CXStringEdit& left,
                 CXStringEdit& right);
 /// The same with a code point as separator.

@@ -1,0 +1,7 @@
+#include "core/CXLock.h"
+
+#include "core/win32_api.h"
+
+CXThreadId CXCurrentThreadId() {
+    return ::GetCurrentThreadId();
+}
