@@ -17,17 +17,22 @@ inline constexpr CXFileHandle kCXNoFile = -1;
 
 /// Converts a platform error by the platform's table; 0 gives success.
 CXResult CXResultFromNativeError(CXNativeError error);
+/// The same for an opening: an advisory lock that another process holds is kCXResultInUse.
+CXResult CXResultFromOpenError(CXNativeError error);
+/// The same for a deletion: an object that is in use is kCXResultInUse, so that callers may retry.
+CXResult CXResultFromDeleteError(CXNativeError error);
 
 /// Platform numbers of some conditions, for tests and shared decisions.
 struct CXNativeErrors {
     CXNativeError notFound;
     CXNativeError pathNotFound;
     CXNativeError accessDenied;
-    CXNativeError busy;  ///< sharing violation, or the object is in use
+    CXNativeError busy; ///< sharing violation, or the object is in use
     CXNativeError busyOther;
     CXNativeError diskFull;
     CXNativeError deviceFault;
     CXNativeError exists;
+    CXNativeError lockHeld; ///< another process holds the advisory lock; 0 where there is none
 };
 const CXNativeErrors& CXGetNativeErrors();
 
@@ -39,34 +44,34 @@ struct CXFileOpen {
     Access access = Access::Read;
     Creation creation = Creation::OpenExisting;
     Share share = Share::ReadDelete;
-    bool lockExclusively = false;  ///< also take the platform's advisory whole-file lock
+    bool lockExclusively = false; ///< also take the platform's advisory whole-file lock
 };
 
 /// What the platform says of a path.
 struct CXFileAttributes {
-    bool isDirectory = false;
-    bool isLink = false;  ///< symbolic link or junction (only when links aren't followed)
+    bool isDirectory = false; ///< a link to a folder is one only when links are followed
+    bool isLink = false;      ///< symbolic link or junction (only when links aren't followed)
     uint64_t size = 0;
-    uint32_t mode = 0;      ///< POSIX permission bits; 0 elsewhere
-    int64_t modified = 0;   ///< ms since the Unix epoch
+    uint32_t mode = 0;    ///< POSIX permission bits; 0 elsewhere
+    int64_t modified = 0; ///< ms since the Unix epoch
 };
 
 /// One entry of a folder.
 struct CXFileEntry {
     CXString name;
-    bool isDirectory = false;  ///< a link to a folder is no folder here
+    bool isDirectory = false; ///< a link to a folder is no folder here
     bool isLink = false;
 };
 
 /// One mounted storage volume.
 struct CXVolume {
-    CXString mountPath;  ///< program form, for example "/" or "C:/"
+    CXString mountPath; ///< program form, for example "/" or "C:/"
     uint64_t freeBytes = 0;
 };
 
 /// Virtual interface to files. Paths are absolute or relative program paths ("/" as separator);
-/// the driver makes the platform form. Every call returns the platform's error number, 0 for
-/// success. Any thread; one handle is used by one thread at a time.
+/// the driver makes the platform form; a NUL byte in a path is refused. Every call returns the
+/// platform's error number, 0 for success. Any thread; one handle is used by one thread at a time.
 class CXFileDriver {
 public:
     virtual ~CXFileDriver() = default;
@@ -74,6 +79,7 @@ public:
     virtual CXNativeError Open(const CXString& path, const CXFileOpen& how, CXFileHandle& out) = 0;
     virtual CXNativeError Close(CXFileHandle file) = 0;
     /// One transfer at the current position; `done` may be short. The end is 0 bytes, no error.
+    /// A short write may come with an error; one of 0 bytes without an error is a full disk too.
     virtual CXNativeError Read(CXFileHandle file, void* data, uint64_t count, uint64_t& done) = 0;
     virtual CXNativeError Write(CXFileHandle file, const void* data, uint64_t count,
                                 uint64_t& done) = 0;
@@ -101,6 +107,7 @@ public:
     /// The path with all links resolved, in program form.
     virtual CXNativeError ResolvePath(const CXString& path, CXString& out) = 0;
     virtual CXNativeError GetPermissions(const CXString& path, CXString& out) = 0;
+    /// Applies a text that belongs to this platform; any other is success without a change.
     virtual CXNativeError SetPermissions(const CXString& path, const CXString& text) = 0;
     /// Gives `path` the permission bits `mode` (no effect where the platform has none).
     virtual CXNativeError SetMode(const CXString& path, uint32_t mode) = 0;

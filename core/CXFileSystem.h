@@ -12,11 +12,15 @@
 /// Paths use "/"; a network path starts with "//". Nothing raises a dialog. Any thread.
 namespace CXFileSystem {
 
+/// True on Windows, where names hold no backslash, know devices and ignore letter case.
+bool HasWindowsPaths();
+
 // ---- Path text (pure; Windows forms are known on every system) ----
 
 /// a + "/" + b without doubling the "/"; an empty `a` gives b; no check for an absolute b.
 CXString Join(absl::string_view a, absl::string_view b);
-/// What stands before the last "/"; empty when there is none. The parent of a root is empty.
+/// What stands before the last "/"; empty when there is none. A root keeps its "/" ("/a" gives
+/// "/", "C:/a" gives "C:/"); the parent of a root is empty.
 CXString GetParent(absl::string_view path);
 CXString GetFileName(absl::string_view path);
 /// Name without its extension and the dot.
@@ -43,12 +47,16 @@ CXString ToFileURI(absl::string_view path);
 /// False for the device names (CON, AUX, PRN, NUL, COM1-9, LPT1-9, whatever the extension), for
 /// empty names, ".", "..", and names with a separator, NUL, or a byte that Windows refuses.
 bool IsValidFileName(absl::string_view name);
-/// Every component a valid file name, the drive part excepted (device names only on Windows).
+/// A path that the system could open: not empty, no NUL byte, and on Windows every component,
+/// the drive part excepted, a valid file name or a dot segment.
 bool IsValidPath(absl::string_view path);
 /// The nearest valid file name: offending bytes replaced, device names and empty names changed.
 CXString SanitiseFileName(absl::string_view name);
 /// True if `path` equals `folder` or lies below it, at a component boundary (text only).
 bool IsWithin(absl::string_view folder, absl::string_view path);
+/// The permission bits of "posix:0755"; false for another prefix, no digits, a digit above 7 or a
+/// value above 07777.
+bool ParsePosixPermissions(absl::string_view text, uint32_t& mode);
 
 // ---- Queries ----
 
@@ -69,7 +77,8 @@ CXString MakeAbsolute(absl::string_view path);
 /// MakeAbsolute; links are not resolved.
 CXString GetCanonicalPath(absl::string_view path);
 /// True if `path` (below or equal to `root`) passes through a link that leads out of `root`. With
-/// `testLast` the last component counts too. What doesn't exist leads nowhere.
+/// `testLast` the last component counts too. What doesn't exist leads nowhere, a link to nothing
+/// leads outside.
 bool LeadsOutside(const CXString& root, const CXString& path, bool testLast);
 
 // ---- Changes ----
@@ -88,9 +97,10 @@ CXResult DeleteDirectory(const CXString& path);
 /// Removes a tree. Links are removed, never followed. Goes on after a failure; the first failure
 /// is the result. Empty and root paths are refused with kCXResultAccessDenied.
 CXResult DeleteRecursive(const CXString& path);
-/// Copies one file's bytes and mode.
+/// Copies one file's bytes and mode, links followed. On failure no partial copy stays.
 CXResult CopyFile(const CXString& source, const CXString& destination, bool overwrite);
-/// Copies a tree.
+/// Copies a tree; stops at the first failure. Links to files become files, a link to a folder is
+/// a failure, and so is a destination inside the source.
 CXResult CopyDirectory(const CXString& source, const CXString& destination);
 /// Puts `replacement` in place of `target`; a crash at any moment leaves one good copy (the old
 /// file waits as target + ".abku"). On failure the replacement is deleted.
@@ -107,6 +117,10 @@ CXResult SetFilePermissions(const CXString& path, const CXString& text);
 /// Gives `to` the POSIX permission bits of `from` (nothing on Windows).
 CXResult CopyMode(const CXString& from, const CXString& to);
 CXResult DeleteAtReboot(const CXString& path);
+/// Extension of shortcuts with its dot: ".lnk" or ".desktop".
+absl::string_view GetLinkExtension();
+/// Makes a shortcut that starts `target` in `workingFolder`; the extension is appended to a path
+/// that lacks it.
 CXResult CreateLink(const CXString& path, const CXString& target, const CXString& workingFolder,
                     const CXString& name);
 

@@ -130,6 +130,15 @@ public:
     }
     static CXString FormatUntyped(absl::string_view format, absl::Span<const absl::FormatArg> args);
 
+    // Hidden friends, so that comparing two views never considers them.
+    friend bool operator==(const CXString& a, const CXString& b) { return a.Equals(b); }
+    friend bool operator!=(const CXString& a, const CXString& b) { return !a.Equals(b); }
+    friend bool operator==(const CXString& a, absl::string_view b) { return a.Equals(b); }
+    friend bool operator!=(const CXString& a, absl::string_view b) { return !a.Equals(b); }
+    friend bool operator==(const CXString& a, const char* b) { return a.Equals(b); }
+    friend bool operator!=(const CXString& a, const char* b) { return !a.Equals(b); }
+    friend bool operator<(const CXString& a, const CXString& b) { return a.Less(b); }
+
     /// The raw word: which form the string has.
     uint64_t GetWord() const { return m_word.load(std::memory_order_relaxed); }
     /// Which of the 64 locks guards the word at `address` (0 to 63).
@@ -190,28 +199,6 @@ private:
     std::atomic<uint64_t> m_word;
 };
 static_assert(sizeof(CXString) == 8 && std::atomic<uint64_t>::is_always_lock_free);
-
-inline bool operator==(const CXString& a, const CXString& b) {
-    return a.Equals(b);
-}
-inline bool operator!=(const CXString& a, const CXString& b) {
-    return !a.Equals(b);
-}
-inline bool operator==(const CXString& a, const char* b) {
-    return a.Equals(b);
-}
-inline bool operator!=(const CXString& a, const char* b) {
-    return !a.Equals(b);
-}
-inline bool operator==(const CXString& a, absl::string_view b) {
-    return a.Equals(b);
-}
-inline bool operator!=(const CXString& a, absl::string_view b) {
-    return !a.Equals(b);
-}
-inline bool operator<(const CXString& a, const CXString& b) {
-    return a.Less(b);
-}
 
 /// CRC-32 based hash of a byte range: seeded with the eight bytes of the length in machine order;
 /// of a text above 256 bytes only the first and last 128 bytes count.
