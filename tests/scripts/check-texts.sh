@@ -1,0 +1,3 @@
+#!/bin/sh
+# Checks that every language of the shipped configuration has every text.
+exec python3 "$(dirname "$0")/check-texts.py"
