@@ -8,11 +8,15 @@ namespace fs = CXFileSystem;
 
 namespace {
 
-std::string Text(const CXString& text) { return std::string(text.GetData(), text.GetLength()); }
+std::string Text(const CXString& text) {
+    return std::string(text.GetData(), text.GetLength());
+}
 
-std::string Extended(const std::string& path) { return Text(fs::GetExtendedPath(path)); }
+std::string Extended(const std::string& path) {
+    return Text(fs::GetExtendedPath(path));
+}
 
-}  // namespace
+} // namespace
 
 TEST(Paths, Parts) {
     const struct {
@@ -131,13 +135,13 @@ TEST(Paths, Names) {
         EXPECT_EQ(Text(fs::SanitiseFileName(name)), std::string("_") + name);
         EXPECT_EQ(fs::IsValidPath(std::string("C:/a/") + name + "/b"), !fs::HasWindowsPaths());
     }
-    for (const char* name : {"console", "COM0", "com10", "co", "com", "LPT", "auxx", "_con", "a.con",
-                             "\xC3\xA4.txt", "a b"}) {
+    for (const char* name : {"console", "COM0", "com10", "co", "com", "LPT", "auxx", "_con",
+                             "a.con", "\xC3\xA4.txt", "a b"}) {
         EXPECT_TRUE(fs::IsValidFileName(name)) << name;
         EXPECT_TRUE(fs::IsValidPath(std::string("C:/a/") + name)) << name;
     }
-    for (const char* name : {"", ".", "..", "a/b", "a\\b", "a:b", "a*", "a?", "\"a", "<", "a|b",
-                             "a\x1F"}) {
+    for (const char* name :
+         {"", ".", "..", "a/b", "a\\b", "a:b", "a*", "a?", "\"a", "<", "a|b", "a\x1F"}) {
         EXPECT_FALSE(fs::IsValidFileName(name)) << name;
     }
     EXPECT_FALSE(fs::IsValidPath(""));
@@ -147,10 +151,14 @@ TEST(Paths, Names) {
     const struct {
         const char *name, *clean;
     } table[] = {
-        {"", "Untitled"},     {".", "_"},
-        {"a.", "a._"},        {".hidden", "_hidden"},
-        {"C:/Games/x", "C__Games_x"}, {"\xC3\xA4\x7F", "___"},
-        {"a\tb", "a_b"},      {"nul.", "_nul._"},
+        {"", "Untitled"},
+        {".", "_"},
+        {"a.", "a._"},
+        {".hidden", "_hidden"},
+        {"C:/Games/x", "C__Games_x"},
+        {"\xC3\xA4\x7F", "___"},
+        {"a\tb", "a_b"},
+        {"nul.", "_nul._"},
         {"..", "_._"},
     };
     for (const auto& row : table) {
@@ -181,16 +189,16 @@ TEST(Paths, PosixPermissionTexts) {
 }
 
 TEST(PlatformText, MountTable) {
-    const std::vector<CXString> mounts = ParseMountInfo(
-        "22 1 8:1 / / rw,noatime shared:1 master:2 - ext4 /dev/sda1 rw\n"
-        "23 22 0:5 / /proc rw - proc proc rw\n"
-        "24 22 0:30 / /sys/fs/cgroup rw - cgroup2 cgroup rw\n"
-        "25 22 0:31 / /mnt/a\\040b\\134c rw - tmpfs tmpfs rw\n"
-        "26 22 0:32 / /merged rw - overlay overlay rw\n"
-        "27 22 8:1 / /merged rw - ext4 /dev/sdb rw\n"
-        "28 22 8:1 / relative rw - ext4 /dev/sdb rw\n"
-        "broken line\n"
-        "29 22 8:1 / /late rw - xfs");
+    const std::vector<CXString> mounts =
+        ParseMountInfo("22 1 8:1 / / rw,noatime shared:1 master:2 - ext4 /dev/sda1 rw\n"
+                       "23 22 0:5 / /proc rw - proc proc rw\n"
+                       "24 22 0:30 / /sys/fs/cgroup rw - cgroup2 cgroup rw\n"
+                       "25 22 0:31 / /mnt/a\\040b\\134c rw - tmpfs tmpfs rw\n"
+                       "26 22 0:32 / /merged rw - overlay overlay rw\n"
+                       "27 22 8:1 / /merged rw - ext4 /dev/sdb rw\n"
+                       "28 22 8:1 / relative rw - ext4 /dev/sdb rw\n"
+                       "broken line\n"
+                       "29 22 8:1 / /late rw - xfs");
     const std::vector<CXString> expected = {"/", "/mnt/a b\\c", "/merged", "/late"};
     EXPECT_EQ(mounts, expected);
 }
@@ -211,8 +219,8 @@ TEST(PlatformText, DesktopEntryEscapes) {
 }
 
 TEST(PlatformText, WindowsCommandLine) {
-    EXPECT_EQ(Text(MakeWindowsCommandLine({"C:/a b/p.exe", "plain", "", "say \"hi\"", "dir\\",
-                                           "dir x\\", "a\\\\\"b"})),
+    EXPECT_EQ(Text(MakeWindowsCommandLine(
+                  {"C:/a b/p.exe", "plain", "", "say \"hi\"", "dir\\", "dir x\\", "a\\\\\"b"})),
               R"("C:/a b/p.exe" plain "" "say \"hi\"" dir\ "dir x\\" "a\\\\\"b")");
 }
 
