@@ -95,6 +95,8 @@ TEST(Paths, Normalise) {
         {"//server/share/../../..", "//server/share"},
         {"/a/b\\..\\c", "/a/b\\..\\c"},
         {"a/...", "a/..."},
+        {"./C:/x", "./C:/x"},
+        {"a/../\\\\s\\h", "./\\\\s\\h"},
     };
     for (const auto& row : table) {
         const CXString once = fs::NormalisePath(row.path);
