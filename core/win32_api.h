@@ -12,6 +12,7 @@
 
 #undef CopyFile
 #undef CreateDirectory
+#undef CreateEvent
 #undef CreateLink
 #undef DeleteFile
 #undef GetCommandLine
