@@ -3,6 +3,8 @@
 
 #include "core/CXString.h"
 
+class CXStringEdit;
+
 /// Takes a whole stamped line without line end; called from any thread.
 using CXLogSink = void (*)(const char* line);
 /// Takes a stamped line; true swallows it.
@@ -14,14 +16,16 @@ void CXLog(absl::string_view text);
 /// As CXLog, then the error hook; with a debugger attached it breaks unless suppressed.
 void CXError(absl::string_view text);
 
-template <typename... Args>
-void CXLogFormat(const char* format, const Args&... args) {
+template <typename... Args> void CXLogFormat(const char* format, const Args&... args) {
     CXLog(CXString::Format(format, args...));
 }
-template <typename... Args>
-void CXErrorFormat(const char* format, const Args&... args) {
+template <typename... Args> void CXErrorFormat(const char* format, const Args&... args) {
     CXError(CXString::Format(format, args...));
 }
+
+/// Appends the prefix of a log line for `timestamp` (ms since the Unix epoch), in local time:
+/// "240615.10:22:05.123|".
+void CXAppendTimeStamp(CXStringEdit& line, int64_t timestamp);
 
 /// Replaces the line sink; null restores standard output. Returns the earlier one.
 CXLogSink CXSetLogSink(CXLogSink sink);

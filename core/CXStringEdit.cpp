@@ -130,10 +130,6 @@ void CXStringEdit::Append(absl::string_view view) {
     m_length += view.size();
 }
 
-void CXStringEdit::Append(const CXString& text) {
-    Append(text.View());
-}
-
 CXString CXStringEdit::ToString() const {
     return CXString(*this);
 }

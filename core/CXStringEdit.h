@@ -26,8 +26,6 @@ public:
     void Clear() { m_length = 0; }
     void Assign(absl::string_view view);
     void Append(absl::string_view view);
-    void Append(const CXString& text);
-    void Append(const char* text) { Append(absl::string_view(text)); }
     void AppendByte(char byte) {
         if (m_length <= m_capacity - 2 || Reserve(m_length, 1)) {
             m_data[m_length++] = byte;
