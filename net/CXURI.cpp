@@ -87,8 +87,7 @@ bool CXURI::Parse(absl::string_view text) {
         default:
             break;
         }
-        // A colon: the end of a scheme, or of a host when what follows can only be
-        // a port.
+        // A colon: the end of a scheme, or of a host when what follows can only be a port.
         if (scheme.IsEmpty() && text.substr(cursor + 1, 2) == "//") {
             scheme = token;
             scheme.ToLower();

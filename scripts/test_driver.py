@@ -25,6 +25,10 @@ BUILD = os.path.join(ROOT, "build")
 CORES = os.cpu_count() or 2
 THREADED = ["test_runtime", "test_stream", "test_patch"]
 
+ADDRESS_OPTIONS = {
+    "ASAN_OPTIONS": "allocator_may_return_null=1:detect_stack_use_after_return=1",
+    "UBSAN_OPTIONS": "print_stacktrace=1"}
+
 CASE_ENDED = re.compile(r"^\[ *(OK|FAILED|SKIPPED) *\] ([^ ,]+\.[^ ,]+)(?:, where .*)? \((\d+) ms\)",
                         re.M)
 CASE_BEGAN = re.compile(r"^\[ RUN      \] (\S+)", re.M)
@@ -110,7 +114,10 @@ class Build:
 
     def compile(self, targets=()):
         """"" or the output of what failed."""
-        if not os.path.exists(os.path.join(self.folder, "build.ninja")):
+        cache = os.path.join(self.folder, "CMakeCache.txt")
+        ready = os.path.exists(os.path.join(self.folder, "build.ninja")) and (
+            "VELPATCH_HAS_TESTS:INTERNAL=ON" in open(cache, encoding="utf-8").read())
+        if not ready:
             code, output, _ = run(["cmake", "--preset", self.preset])
             if code:
                 return output
@@ -322,13 +329,17 @@ class Driver:
                 self.later("scripts", lambda: script_jobs(build, False, pattern))
 
     def asan(self):
-        build = Build("asan", without_randomised_addresses(), environment={
-            "ASAN_OPTIONS": "allocator_may_return_null=1:detect_stack_use_after_return=1",
-            "UBSAN_OPTIONS": "print_stacktrace=1"})
+        build = Build("asan", without_randomised_addresses(), environment=ADDRESS_OPTIONS)
         if self.compile(build):
             self.later("asan+ubsan", lambda: gtest_jobs(build, build.targets(test_names()), 600))
             if present("fuzz/fuzz_*.cpp"):
                 self.later("fuzz", lambda: fuzz_jobs(build, self.options.fuzz_seconds))
+
+    def fuzz(self):
+        """The fuzz targets alone, optimised: for long runs."""
+        build = Build("fuzz", without_randomised_addresses(), environment=ADDRESS_OPTIONS)
+        if self.compile(build, present("fuzz/fuzz_*.cpp")):
+            self.later("fuzz", lambda: fuzz_jobs(build, self.options.fuzz_seconds))
 
     def tsan(self):
         build = Build("tsan", without_randomised_addresses(), environment={
@@ -344,7 +355,13 @@ class Driver:
                         time.monotonic() - begin)
         wine = [os.path.join(ROOT, "scripts", "wine-run")]
         build = Build("windows", wine, ".exe")
-        if code or not self.compile(build):
+        if code:
+            return
+        # Packages of another version mean another sysroot, which a made build would not see.
+        known = os.path.join(build.folder, "CMakeCache.txt")
+        if os.path.exists(known) and output.split()[-1] not in open(known, encoding="utf-8").read():
+            shutil.rmtree(build.folder)
+        if not self.compile(build):
             return
 
         def jobs():
@@ -363,13 +380,13 @@ def main():
     parser.add_argument("--all", action="store_true",
                         help="also build for Windows and run the tests under Wine")
     parser.add_argument("--only", metavar="WHAT",
-                        help="one stage (sources, format, tidy, asan, tsan, windows), or the "
+                        help="one stage (sources, format, tidy, asan, fuzz, tsan, windows), or the "
                         "release build's test cases whose names contain WHAT")
     parser.add_argument("--fuzz-seconds", type=int, default=5, metavar="N",
                         help="time for each fuzz target (default 5)")
     driver = Driver(parser.parse_args())
     stages = {"sources": driver.sources, "format": driver.format, "tidy": driver.tidy,
-              "asan": driver.asan, "tsan": driver.tsan, "windows": driver.windows}
+              "asan": driver.asan, "fuzz": driver.fuzz, "tsan": driver.tsan, "windows": driver.windows}
     only = driver.options.only
     if only in stages:
         stages[only]()
