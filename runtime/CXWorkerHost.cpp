@@ -40,6 +40,10 @@ CXWorkerHost::CXWorkerHost() : CXTask("CXWorkerHost") {
 
 CXWorkerHost::~CXWorkerHost() {
     Detach();
+    StopWorkers();
+}
+
+void CXWorkerHost::StopWorkers() {
     RequestStop();
     std::vector<std::unique_ptr<WorkerThread>> workers;
     {
@@ -221,10 +225,15 @@ CXWorkerHost* CXWorkerHost::GetExisting() {
 }
 
 void CXWorkerHost::DeleteSingleton() {
-    CXWorkerHost* host = nullptr;
+    // Jobs that are still under way may ask for the singleton, and must not be given a new one.
+    CXWorkerHost* host = GetExisting();
+    if (host == nullptr) {
+        return;
+    }
+    host->StopWorkers();
     {
         const CXCriticalSectionGuard guard(g_singletonSection);
-        host = std::exchange(g_singleton, nullptr);
+        g_singleton = nullptr;
     }
     delete host;
 }

@@ -119,7 +119,7 @@ TEST_F(TaskTest, DeletingFromWithinAPassAndNestedPasses) {
     });
     doomed = AddInOrder('x');
     m_host.AddTask(doomed.get());
-    auto last = std::make_unique<CXTaskLambda>("lambda", [&] {
+    std::unique_ptr<CXTaskLambda> last = std::make_unique<CXTaskLambda>("lambda", [&] {
         m_journal.Add("lambda");
         last.reset();
     });

@@ -148,9 +148,10 @@ TEST(Timers, SingletonComesBackAfterItWasDeleted) {
     CXTimerManager::DeleteSingleton();
     Journal journal;
     for (int round = 0; round < 2; ++round) {
+        journal.Take();
         TestTimer timer(journal, "s");
         CXTimerManager::GetSingleton()->AddShotAfter(timer, 0, g_one);
-        EXPECT_TRUE(WaitUntil([&] { return !journal.Get().empty(); }));
+        EXPECT_TRUE(WaitUntil([&] { return journal.Get() == "s1"; }));
         journal.Take();
         CXTimerManager::DeleteSingleton();
     }
