@@ -56,7 +56,7 @@ void CXTaskHost::AddTask(CXTask* task) {
     }
 }
 
-void CXTaskHost::RemoveTask(CXTask* task) {
+void CXTaskHost::RemoveAlone(CXTask* task) {
     {
         const CXCriticalSectionGuard guard(m_pendingLock);
         CXTaskHost* self = this;
@@ -71,6 +71,10 @@ void CXTaskHost::RemoveTask(CXTask* task) {
             m_tasks.erase(found);
         }
     }
+}
+
+void CXTaskHost::RemoveTask(CXTask* task) {
+    RemoveAlone(task);
     for (size_t index = task->m_children.size(); index > 0; --index) {
         RemoveTask(task->m_children[index - 1]);
     }

@@ -43,6 +43,8 @@ public:
 
 private:
     friend class CXTask;
+    void RemoveAlone(CXTask* task);
+
     static constexpr uint32_t kNotRunning = 0xFFFFFFFF;
 
     std::vector<CXTask*> m_tasks;

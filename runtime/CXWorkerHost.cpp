@@ -125,11 +125,14 @@ bool CXWorkerHost::RunOnMainAndWait(std::function<void(CXMainJobRelease)> job,
 
 void CXWorkerHost::RequestStop() {
     std::deque<std::unique_ptr<CXWorkerThread>> dropped; // destroyed outside the lock
-    m_stopRequested.store(true, std::memory_order_relaxed);
+    {
+        const CXConditionGuard guard(m_condition.GetLock());
+        m_stopRequested.store(true, std::memory_order_relaxed);
+        dropped.swap(m_jobs);
+        m_condition.Signal();
+    }
+    // Last: a job that this wakes leaves a worker that must find nothing more to begin.
     m_cancelEvent.Set();
-    const CXConditionGuard guard(m_condition.GetLock());
-    dropped.swap(m_jobs);
-    m_condition.Signal();
 }
 
 uint32_t CXWorkerHost::CountWorkers() {
