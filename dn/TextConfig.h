@@ -1,0 +1,34 @@
+// The text form of data trees: settings, configuration, control files and
+// service replies.
+#pragma once
+
+#include "dn/DNValue.h"
+#include "stream/CXStream.h"
+
+#include <cstddef>
+
+/// A document is the contents of a folder: keys, each with a value on the same
+/// line or with a folder in braces. The type of a bare value is inferred from
+/// how it is written. There is no error but one (a closing brace too many,
+/// logged); what was read up to there stays. Nesting of any depth is read and
+/// written with a bounded stack, and memory is bounded by the input's size.
+namespace TextConfig {
+
+/// Parses `size` bytes of UTF-8 text into `root`. Keys that `root` already
+/// holds are replaced, folders are merged into.
+void Parse(const void* data, size_t size, DNValue& root);
+
+/// Reads what remains of the stream into a new folder. A short read, or a
+/// stream that can't say how much remains, gives an empty one.
+DNValueRef Read(CXStream& stream);
+
+/// Writes the folder's contents, lines ended by a lone CR. A leaf writes
+/// nothing. Failures stand in the stream's last error.
+void Write(const DNValue& value, CXStream& stream);
+
+} // namespace TextConfig
+
+/// The index of the lower-cased value in a null-ended table whose first entry
+/// is the enum's name, so values count from 1. 0 when it isn't found (logged
+/// with `name`) or empty (not logged).
+int ParseEnumValue(const char* name, const char* const* table, const CXString& value);

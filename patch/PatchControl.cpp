@@ -1,0 +1,50 @@
+#include "patch/PatchControl.h"
+
+#include "core/CXLog.h"
+#include "core/CXText.h"
+#include "dn/DNValue.h"
+#include "dn/DNValueRef.h"
+#include "dn/TextConfig.h"
+#include "net/CXURI.h"
+#include "patch/PatchPaths.h"
+#include "stream/CXStreamFile.h"
+
+namespace {
+
+/// First format version that this program can't read.
+constexpr int64_t kFirstUnknownVersion = 2;
+
+/// Reads the tree from a local file; one that can't be opened gives an empty tree.
+DNValueRef ReadTree(const CXString& path) {
+    CXStreamFile file;
+    file.Open(path, kOpenRead);
+    return file.IsOpen() ? TextConfig::Read(file) : DNValueRef();
+}
+
+} // namespace
+
+CXResult LoadControlFile(const CXURI& uri, PatchControl& out) {
+    DNValueRef tree;
+    if (EqualsNoCase(uri.scheme, "file")) {
+        tree = ReadTree(uri.ToFilePath());
+    } else if (EqualsNoCase(uri.scheme, "http") || EqualsNoCase(uri.scheme, "https")) {
+        return kCXResultNotSupported;
+    } else {
+        return kCXResultInvalidArgument;
+    }
+    if (tree->Get("velpatch-version")->GetInt64() >= kFirstUnknownVersion) {
+        return kCXResultUnusable;
+    }
+    PatchControl control;
+    ReadOperations(*tree, control.operations);
+    CXString offender;
+    if (!AreOperationPathsSafe(control.operations, offender)) {
+        CXLogFormat("VelPatchTask_ApplyFilePatches::LoadControlFile> path leaves the target: '%s'",
+                    offender.GetData());
+        return kCXResultBadData;
+    }
+    control.dataSize = tree->Get("datafilesize")->GetInt64();
+    control.dataChecksum = tree->Get("datafilechecksum")->GetString();
+    out = std::move(control);
+    return kCXResultOK;
+}

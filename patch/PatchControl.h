@@ -1,0 +1,24 @@
+// The control file: what a patch is to do, read before anything else.
+#pragma once
+
+#include "core/CXResult.h"
+#include "core/CXString.h"
+#include "patch/PatchOperation.h"
+
+#include <cstdint>
+#include <vector>
+
+class CXURI;
+
+/// What a control file states.
+struct PatchControl {
+    std::vector<PatchOperation> operations;
+    int64_t dataSize = 0;  ///< size of the data file as stored, bytes; 0 or less: not tested
+    CXString dataChecksum; ///< MD5 of the data file as stored; empty: not tested
+};
+
+/// Reads the control file at a "file" address ("http" and "https" are not served yet:
+/// kCXResultNotSupported; other schemes kCXResultInvalidArgument). A file that can't be opened
+/// reads as an empty patch. A format version of 2 or more is kCXResultUnusable, an operation whose
+/// path leaves the target kCXResultBadData. On failure `out` is unchanged.
+CXResult LoadControlFile(const CXURI& uri, PatchControl& out);

@@ -1,0 +1,5 @@
+#include "patch/PatchPaths.h"
+
+bool UsesWindowsPaths() {
+    return true;
+}

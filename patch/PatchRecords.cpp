@@ -1,0 +1,125 @@
+// The records of the data stream: a size, the data, and the checksum of the finished file. Each
+// reader starts where the record before it ended; there is no tag to find one's place again.
+#include "core/CXLocalisation.h"
+#include "patch/BinaryDiff.h"
+#include "patch/VelPatchTask_ApplyFilePatches.h"
+#include "stream/CXStreamSubfile.h"
+#include "stream/CXStreamTools.h"
+
+namespace {
+
+CXString DetailWithCode(const char* key, CXResult code) {
+    return FormatLocalisedString(key, static_cast<int64_t>(code));
+}
+
+/// Checksum of the first `size` bytes as they stand on disk.
+CXString ReadBackChecksum(CXStream& file, uint64_t size) {
+    file.Seek(0, kCXSeekStart);
+    return MD5OfStream(file, size);
+}
+
+} // namespace
+
+bool VelPatchTask_ApplyFilePatches::ExtractFilePayload(CXStream& output, CXString& detail) {
+    detail.Clear();
+    CXStream& data = *m_dataStream;
+    uint64_t size = 0;
+    data.ReadU64(size);
+    CXStreamSubfile window;
+    window.Open(data, data.GetPosition(), size);
+    if (data.GetLastError() != kCXResultOK) {
+        detail = DetailWithCode("$velpatch_task_failed_read_datastreamsize", data.GetLastError());
+        return false;
+    }
+    const CXResult copied = CXStream::Copy(output, window, size);
+    if (copied != kCXResultOK) {
+        detail = DetailWithCode("$velpatch_task_copy_failed", copied);
+        return false;
+    }
+    if (data.GetLastError() != kCXResultOK) {
+        detail = DetailWithCode("$velpatch_task_error_on_stream", data.GetLastError());
+        return false;
+    }
+    window.Close();
+    CXString stated;
+    ReadStreamString(data, stated);
+    if (data.GetLastError() != kCXResultOK) {
+        detail = DetailWithCode("$velpatch_task_failed_read_checksum", data.GetLastError());
+        return false;
+    }
+    const CXString found = ReadBackChecksum(output, size);
+    if (!stated.IsEmpty() && found != stated) {
+        detail = FormatLocalisedString("$velpatch_task_result_checksum_mismatch", stated, found);
+        return false;
+    }
+    return true;
+}
+
+bool VelPatchTask_ApplyFilePatches::PerformBinaryDiff(CXStream& source, CXStream& target) {
+    CXStream& data = *m_dataStream;
+    uint64_t size = 0;
+    data.ReadU64(size);
+    if (data.GetLastError() != kCXResultOK) {
+        LogFormat(
+            "VelPatchTask_ApplyFilePatches::PerformBinaryDiff> failed to read dataStreamSize. "
+            "result %d",
+            data.GetLastError());
+        return false;
+    }
+    CXStreamSubfile window;
+    window.Open(data, data.GetPosition(), size);
+    CXString message;
+    const CXResult applied = ApplyDiffFromStream(source, target, window, message);
+    if (applied != kCXResultOK) {
+        Log(message);
+        LogFormat(
+            "VelPatchTask_ApplyFilePatches::PerformBinaryDiff> failed to apply diff. result %d",
+            applied);
+        window.Close();
+        return false;
+    }
+    window.Close();
+    CXString stated;
+    ReadStreamString(data, stated);
+    if (data.GetLastError() != kCXResultOK) {
+        LogFormat(
+            "VelPatchTask_ApplyFilePatches::PerformBinaryDiff> failed to read checksum. result %d",
+            data.GetLastError());
+        return false;
+    }
+    const CXString found = ReadBackChecksum(target, target.GetSize());
+    if (!stated.IsEmpty() && found != stated) {
+        LogFormat("VelPatchTask_ApplyFilePatches::PerformBinaryDiff> result file checksum mismatch "
+                  "[%s, %s]",
+                  stated.GetData(), found.GetData());
+        return false;
+    }
+    return true;
+}
+
+bool VelPatchTask_ApplyFilePatches::SkipBinaryDiff() {
+    CXStream& data = *m_dataStream;
+    uint64_t size = 0;
+    data.ReadU64(size);
+    if (data.GetLastError() != kCXResultOK) {
+        LogFormat(
+            "VelPatchTask_ApplyFilePatches::SkipBinaryDiff> failed to read dataStreamSize. result "
+            "%d",
+            data.GetLastError());
+        return false;
+    }
+    if (data.Skip(size) < size) {
+        LogFormat("VelPatchTask_ApplyFilePatches::SkipBinaryDiff> failed to skip. result %d",
+                  data.GetLastError());
+        return false;
+    }
+    CXString unused;
+    ReadStreamString(data, unused);
+    if (data.GetLastError() != kCXResultOK) {
+        LogFormat(
+            "VelPatchTask_ApplyFilePatches::SkipBinaryDiff> failed to read checksum. result %d",
+            data.GetLastError());
+        return false;
+    }
+    return true;
+}

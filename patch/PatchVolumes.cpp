@@ -1,0 +1,96 @@
+#include "patch/PatchVolumes.h"
+
+#include "core/CXFileSystem.h"
+#include "core/CXLocalisation.h"
+#include "stream/CXStreamFile.h"
+#include "stream/CXStreamTools.h"
+
+namespace {
+
+/// Reads and judges a volume's header; the stream then stands at the payload.
+bool ReadVolumeHeader(CXStream& volume, const CXString& setIdentifier, uint32_t index,
+                      uint32_t expectedCount, uint32_t& count, uint64_t& payloadSize) {
+    uint32_t magic = 0;
+    uint32_t version = 0;
+    uint32_t statedIndex = 0;
+    CXString identifier;
+    // Each test needs its whole field: one cut short reads as 0, which may look sound.
+    if (!volume.ReadU32(magic) || magic != kPatchVolumeMagic || !volume.ReadU32(version) ||
+        version != 0 || !ReadStreamString(volume, identifier) || identifier != setIdentifier ||
+        !volume.ReadU32(statedIndex) || statedIndex != index || !volume.ReadU32(count)) {
+        return false;
+    }
+    return (index == 0 || count == expectedCount) && volume.ReadU64(payloadSize);
+}
+
+/// One way to find a volume: in the folder, then on every storage volume.
+bool FindVolume(CXStream& output, const CXString& folder, const CXString& name,
+                const CXString& setIdentifier, uint32_t index, uint32_t& count) {
+    if (CopyVolumePayload(output, CXFileSystem::Join(folder, name), setIdentifier, index, count)) {
+        return true;
+    }
+    for (const CXVolume& volume : CXFileSystem::ListVolumes()) {
+        if (!volume.mountPath.IsEmpty() &&
+            CopyVolumePayload(output, CXFileSystem::Join(volume.mountPath, name), setIdentifier,
+                              index, count)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace
+
+bool CopyVolumePayload(CXStream& output, const CXString& volumePath, const CXString& setIdentifier,
+                       uint32_t index, uint32_t& count) {
+    CXStreamFile volume;
+    volume.Open(volumePath, kOpenRead);
+    if (!volume.IsOpen()) {
+        return false;
+    }
+    uint32_t volumeCount = 0;
+    uint64_t payloadSize = 0;
+    if (!ReadVolumeHeader(volume, setIdentifier, index, count, volumeCount, payloadSize)) {
+        return false;
+    }
+    const uint64_t start = output.GetPosition();
+    const uint64_t size = output.GetSize();
+    if (CXStream::Copy(output, volume, payloadSize) != kCXResultOK) {
+        output.SetSize(size);
+        output.Seek(static_cast<int64_t>(start), kCXSeekStart);
+        output.ResetError();
+        return false;
+    }
+    output.Flush();
+    count = volumeCount;
+    return true;
+}
+
+bool AssembleVolumes(const CXString& outputPath, CXString& folder, const CXString& setIdentifier,
+                     const std::function<void(float)>& progress, const PatchDiscPrompt& prompt,
+                     const std::function<bool()>& stopped) {
+    CXStreamFile output;
+    output.Open(outputPath, kOpenWrite | kOpenCreate | kOpenTruncate);
+    if (!output.IsOpen()) {
+        return false;
+    }
+    uint32_t count = 1;
+    for (uint32_t index = 0; index < count; ++index) {
+        progress(static_cast<float>(index) / static_cast<float>(count));
+        const CXString name = CXString::Format("patch-%d.bin", static_cast<int64_t>(index) + 1);
+        if (FindVolume(output, folder, name, setIdentifier, index, count)) {
+            continue;
+        }
+        const CXString title =
+            FormatLocalisedString("$please_insert_disc", static_cast<int64_t>(index) + 1);
+        CXString answer;
+        do {
+            answer = prompt ? prompt(title, folder, stopped) : CXString();
+            if (answer.IsEmpty()) {
+                return false;
+            }
+        } while (!CopyVolumePayload(output, answer, setIdentifier, index, count));
+        folder = CXFileSystem::GetParent(answer);
+    }
+    return output.GetLastError() == kCXResultOK;
+}

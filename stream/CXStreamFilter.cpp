@@ -1,0 +1,3 @@
+#include "stream/CXStreamFilter.h"
+
+CXStreamFilter::~CXStreamFilter() = default;
