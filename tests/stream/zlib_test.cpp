@@ -200,6 +200,26 @@ TEST(ZLib, ProcessorsCheckTheirArguments) {
     EXPECT_EQ(empty.GetOutputAvailable(), Deflated(Bytes()).size());
 }
 
+TEST(ZLib, OutputTakenInPartsLeavesRoomForMore) {
+    const Bytes bytes = Mixed(50000);
+    const Bytes deflated = Deflated(bytes);
+    CXStreamStaticBuffer source(deflated.data(), deflated.size());
+    StreamProcessorZLibDecompress inflater;
+    CXStreamDynamicBuffer out;
+    CXResult result = kCXResultOK;
+    // A driver that never drains the output area before it goes on.
+    while (out.GetSize() < bytes.size() && result == kCXResultOK) {
+        const uint64_t wanted = std::min(inflater.GetInputRoom(), source.GetRemaining());
+        ASSERT_EQ(inflater.FillInput(source, wanted), kCXResultOK);
+        result = inflater.Process();
+        const uint64_t available = inflater.GetOutputAvailable();
+        const uint64_t taken = result == kCXResultOK ? available - available / 3 : available;
+        ASSERT_EQ(inflater.ReadOutputToStream(out, taken), kCXResultOK);
+        ASSERT_EQ(inflater.GetOutputAvailable(), available - taken);
+    }
+    EXPECT_EQ(Contents(out), bytes);
+}
+
 TEST(ZLib, WrapperPassesTheFailuresOfOtherStreams) {
     const Bytes bytes = MakeBytes(50000);
     uint8_t room[1000];
