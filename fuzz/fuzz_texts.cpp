@@ -58,7 +58,7 @@ void ExpandValues(absl::string_view input) {
 void Paths(absl::string_view input) {
     const CXString normal = CXFileSystem::NormalisePath(input);
     Check(CXFileSystem::NormalisePath(normal) == normal);
-    Check(CXFileSystem::IsRoot(normal) || CXFileSystem::GetParent(normal) != normal);
+    Check(normal.IsEmpty() || CXFileSystem::GetParent(normal) != normal);
     Check(CXFileSystem::IsValidFileName(CXFileSystem::SanitiseFileName(input)));
     // Nothing climbs above the folder it is joined to when no segment is "..".
     if (normal.View().find("..") == absl::string_view::npos && !CXFileSystem::IsAbsolute(normal)) {
