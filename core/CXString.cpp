@@ -1,13 +1,15 @@
 #include "core/CXString.h"
 
 #include "core/BlockAlloc.h"
-#include "core/CXLock.h"
 #include "core/CXStringEdit.h"
 
 #include <zlib.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
+#include <mutex>
+#include <thread>
 
 const char CXString::kEmptyText[1] = {0};
 
@@ -16,18 +18,34 @@ namespace {
 // ---- The locks of string words ----
 
 constexpr uint32_t kLockCount = 64;
+constexpr int kSpins = 100;
 
-struct LockTable {
-    struct alignas(64) Stripe {
-        CXCriticalSection lock;
-    };
-    Stripe stripes[kLockCount];
+// A lock for sections of a few instructions: one atomic operation to take, a plain store to give
+// back, half the cost of a mutex. Whoever finds it taken for long sleeps, so that a holder of a
+// lower priority gets on. Plain data, so that static strings can use it at any time.
+class alignas(64) WordLock {
+public:
+    void lock() {
+        while (m_taken.exchange(true, std::memory_order_acquire)) {
+            Wait();
+        }
+    }
+    void unlock() { m_taken.store(false, std::memory_order_release); }
+
+private:
+    void Wait() const {
+        for (int spin = 0; spin < kSpins; ++spin) {
+            if (!m_taken.load(std::memory_order_relaxed)) {
+                return;
+            }
+        }
+        std::this_thread::sleep_for(std::chrono::microseconds(50));
+    }
+
+    std::atomic<bool> m_taken{false};
 };
 
-CXCriticalSection& LockAt(uint32_t index) {
-    static CXImmortal<LockTable> table;
-    return table.Get().stripes[index].lock;
-}
+constinit WordLock g_locks[kLockCount];
 
 uint32_t IndexOf(const CXString* string) {
     return CXString::LockIndex(static_cast<uint32_t>(reinterpret_cast<uintptr_t>(string)));
@@ -39,16 +57,16 @@ class PairGuard {
 public:
     PairGuard(const CXString* a, const CXString* b)
         : m_low(std::min(IndexOf(a), IndexOf(b))), m_high(std::max(IndexOf(a), IndexOf(b))) {
-        LockAt(m_low).lock();
+        g_locks[m_low].lock();
         if (m_high != m_low) {
-            LockAt(m_high).lock();
+            g_locks[m_high].lock();
         }
     }
     ~PairGuard() {
         if (m_high != m_low) {
-            LockAt(m_high).unlock();
+            g_locks[m_high].unlock();
         }
-        LockAt(m_low).unlock();
+        g_locks[m_low].unlock();
     }
     PairGuard(const PairGuard&) = delete;
     PairGuard& operator=(const PairGuard&) = delete;
@@ -75,11 +93,6 @@ void ReleaseOwnBlock(const CXReleaseRecord&, CXStringBlock* block) {
 constinit CXReleaseRecord g_releaseTable[256] = {
     {nullptr, nullptr}, {nullptr, nullptr}, {nullptr, ReleaseOwnBlock}};
 
-bool IsNearNull(const char* text) {
-    constexpr uintptr_t kReach = 4095;
-    return reinterpret_cast<uintptr_t>(text) + kReach <= 2 * kReach;
-}
-
 } // namespace
 
 // ---- Words and blocks ----
@@ -101,15 +114,7 @@ CXStringBlock* CXString::NewBlock(size_t length) {
     return block;
 }
 
-uint64_t CXString::MakeWord(const char* data, size_t length) {
-    if (data == nullptr || length == 0) {
-        return 0;
-    }
-    if (length <= kInlineBytes) {
-        unsigned char bytes[8] = {static_cast<unsigned char>(length * 2 + 1)};
-        std::memcpy(bytes + 1, data, length);
-        return std::bit_cast<uint64_t>(bytes);
-    }
+uint64_t CXString::MakeBlockWord(const char* data, size_t length) {
     CXStringBlock* block = NewBlock(length);
     if (block == nullptr) {
         return 0;
@@ -120,8 +125,12 @@ uint64_t CXString::MakeWord(const char* data, size_t length) {
 
 void CXString::Release(uint64_t word) noexcept {
     CXStringBlock* block = BlockOf(word);
-    const uint64_t before =
-        block->reference.fetch_sub(CXStringBlock::kOneReference, std::memory_order_acq_rel);
+    // A single reference is ours alone: nobody else can raise the count any more.
+    uint64_t before = block->reference.load(std::memory_order_acquire);
+    if (before >= 2 * CXStringBlock::kOneReference) {
+        before =
+            block->reference.fetch_sub(CXStringBlock::kOneReference, std::memory_order_acq_rel);
+    }
     if (static_cast<int64_t>(before - CXStringBlock::kOneReference) <
         static_cast<int64_t>(CXStringBlock::kOneReference)) {
         const CXReleaseRecord& record = g_releaseTable[before & 0xFF];
@@ -152,7 +161,7 @@ CXString CXString::FromBlock(CXStringBlock* block) {
 }
 
 uint64_t CXString::CopySharedWord() const noexcept {
-    const CXCriticalSectionGuard guard(LockAt(IndexOf(this)));
+    const std::lock_guard<WordLock> guard(g_locks[IndexOf(this)]);
     const uint64_t word = m_word.load(std::memory_order_acquire);
     if (IsShared(word)) {
         BlockOf(word)->reference.fetch_add(CXStringBlock::kOneReference, std::memory_order_relaxed);
@@ -160,15 +169,22 @@ uint64_t CXString::CopySharedWord() const noexcept {
     return word;
 }
 
+// Under the lock a shared word is ours to replace; one without a block may change at any moment.
+uint64_t CXString::ReplaceWord(uint64_t word) noexcept {
+    const uint64_t old = m_word.load(std::memory_order_acquire);
+    if (!IsShared(old)) {
+        return m_word.exchange(word, std::memory_order_acq_rel);
+    }
+    m_word.store(word, std::memory_order_release);
+    return old;
+}
+
 uint64_t CXString::TakeSharedWord() noexcept {
-    const CXCriticalSectionGuard guard(LockAt(IndexOf(this)));
-    return m_word.exchange(0, std::memory_order_acq_rel);
+    const std::lock_guard<WordLock> guard(g_locks[IndexOf(this)]);
+    return ReplaceWord(0);
 }
 
 // ---- Construction and assignment ----
-
-CXString::CXString(const char* text)
-    : m_word(IsNearNull(text) ? 0 : MakeWord(text, std::strlen(text))) {}
 
 CXString::CXString(const CXStringEdit& edit) : CXString(edit.GetData(), edit.GetLength()) {}
 
@@ -190,7 +206,7 @@ CXString& CXString::operator=(const CXString& other) noexcept {
             BlockOf(word)->reference.fetch_add(CXStringBlock::kOneReference,
                                                std::memory_order_relaxed);
         }
-        old = m_word.exchange(word, std::memory_order_acq_rel);
+        old = ReplaceWord(word);
     }
     if (IsShared(old)) {
         Release(old);
@@ -208,12 +224,12 @@ CXString& CXString::operator=(CXString&& other) noexcept {
         if (m_word.compare_exchange_strong(old, word)) {
             return *this;
         }
-        const CXCriticalSectionGuard guard(LockAt(IndexOf(this)));
-        old = m_word.exchange(word, std::memory_order_acq_rel);
+        const std::lock_guard<WordLock> guard(g_locks[IndexOf(this)]);
+        old = ReplaceWord(word);
     } else {
         const PairGuard guard(this, &other);
-        word = other.m_word.exchange(0, std::memory_order_acq_rel);
-        old = m_word.exchange(word, std::memory_order_acq_rel);
+        word = other.ReplaceWord(0);
+        old = ReplaceWord(word);
     }
     if (IsShared(old)) {
         Release(old);
@@ -307,13 +323,6 @@ int64_t CXString::FindChar(char byte) const {
 
 // ---- Comparison ----
 
-bool CXString::Less(const CXString& other) const {
-    const absl::string_view a = View();
-    const absl::string_view b = other.View();
-    const int order = std::memcmp(a.data(), b.data(), std::min(a.size(), b.size()));
-    return order != 0 ? order < 0 : a.size() < b.size();
-}
-
 bool CXString::Greater(const CXString& other) const {
     const absl::string_view a = View();
     const absl::string_view b = other.View();
@@ -328,15 +337,6 @@ bool CXString::Greater(const CXString& other) const {
 
 bool CXString::Equals(const char* text) const {
     return text == nullptr ? IsEmpty() : Equals(absl::string_view(text, std::strlen(text)));
-}
-
-bool CXString::Equals(const CXString& other) const {
-    const uint64_t a = m_word.load(std::memory_order_relaxed);
-    const uint64_t b = other.m_word.load(std::memory_order_relaxed);
-    if (a == b) {
-        return true;
-    }
-    return IsShared(a) && IsShared(b) && Equals(other.View());
 }
 
 bool CXString::Equals(absl::string_view view) const {

@@ -8,6 +8,7 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 class CXStringEdit;
 struct CXStringBlock;
@@ -42,7 +43,7 @@ class CXString {
 public:
     CXString() noexcept : m_word(0) {}
     /// Null, empty, and pointers within 4,095 bytes of zero give the empty string.
-    CXString(const char* text);
+    CXString(const char* text) : m_word(IsNearNull(text) ? 0 : MakeWord(text, std::strlen(text))) {}
     /// Copies `length` bytes, NULs included; null or no bytes give the empty string.
     CXString(const char* data, size_t length) : m_word(MakeWord(data, length)) {}
     CXString(absl::string_view view) : CXString(view.data(), view.size()) {}
@@ -101,11 +102,21 @@ public:
 
     /// Map orders: `Less` by unsigned bytes, `Greater` by the signed difference of the first
     /// unequal bytes; a proper prefix counts as smaller.
-    bool Less(const CXString& other) const;
+    bool Less(const CXString& other) const {
+        const absl::string_view a = View();
+        const absl::string_view b = other.View();
+        const bool shorter = a.size() < b.size();
+        const int order = std::memcmp(a.data(), b.data(), shorter ? a.size() : b.size());
+        return order != 0 ? order < 0 : shorter;
+    }
     bool Greater(const CXString& other) const;
     /// Null equals only the empty string.
     bool Equals(const char* text) const;
-    bool Equals(const CXString& other) const;
+    bool Equals(const CXString& other) const {
+        const uint64_t a = m_word.load(std::memory_order_relaxed);
+        const uint64_t b = other.m_word.load(std::memory_order_relaxed);
+        return a == b || (IsShared(a) && IsShared(b) && Equals(other.View()));
+    }
     bool Equals(absl::string_view view) const;
 
     /// Sets the string to lower-case hexadecimal of `count` bytes, two digits a byte.
@@ -142,7 +153,26 @@ private:
 
     static bool IsShared(uint64_t word) { return word != 0 && (word & 1) == 0; }
     static CXStringBlock* BlockOf(uint64_t word) { return reinterpret_cast<CXStringBlock*>(word); }
-    static uint64_t MakeWord(const char* data, size_t length);
+    static bool IsNearNull(const char* text) {
+        constexpr uintptr_t kReach = 4095;
+        return reinterpret_cast<uintptr_t>(text) + kReach <= 2 * kReach;
+    }
+    static uint64_t MakeWord(const char* data, size_t length) {
+        if (data == nullptr || length == 0) {
+            return 0;
+        }
+        if (length > kInlineBytes) {
+            return MakeBlockWord(data, length);
+        }
+        // Byte by byte into one register: quicker than a copy of unknown size.
+        uint64_t word = length * 2 + 1;
+        for (size_t index = 0; index < length; ++index) {
+            word |= static_cast<uint64_t>(static_cast<unsigned char>(data[index]))
+                    << (8 * (index + 1));
+        }
+        return word;
+    }
+    static uint64_t MakeBlockWord(const char* data, size_t length);
     static CXStringBlock* NewBlock(size_t length);
     static void Release(uint64_t word) noexcept;
 
@@ -162,6 +192,8 @@ private:
         return TakeSharedWord();
     }
     uint64_t TakeSharedWord() noexcept;
+    /// Stores a word under the lock; returns the old one.
+    uint64_t ReplaceWord(uint64_t word) noexcept;
     void ChangeCase(char first, char last);
 
     std::atomic<uint64_t> m_word;

@@ -112,22 +112,14 @@ void CXStringEdit::Assign(absl::string_view view) {
     Append(view);
 }
 
-void CXStringEdit::Append(absl::string_view view) {
-    if (view.empty()) {
-        return;
+void CXStringEdit::AppendGrowing(absl::string_view view) {
+    if (Holds(view.data())) {
+        const CXStringEdit copy(view);
+        AppendGrowing(copy.View());
+    } else if (!view.empty() && Reserve(m_length, view.size())) {
+        std::memcpy(m_data + m_length, view.data(), view.size());
+        m_length += view.size();
     }
-    if (m_length + view.size() >= m_capacity) {
-        if (Holds(view.data())) {
-            const CXStringEdit copy(view);
-            Append(copy.View());
-            return;
-        }
-        if (!Reserve(m_length, view.size())) {
-            return;
-        }
-    }
-    std::memmove(m_data + m_length, view.data(), view.size());
-    m_length += view.size();
 }
 
 CXString CXStringEdit::ToString() const {

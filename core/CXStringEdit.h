@@ -25,7 +25,14 @@ public:
 
     void Clear() { m_length = 0; }
     void Assign(absl::string_view view);
-    void Append(absl::string_view view);
+    void Append(absl::string_view view) {
+        if (view.size() >= m_capacity - m_length) {
+            AppendGrowing(view);
+        } else if (!view.empty()) {
+            std::memmove(m_data + m_length, view.data(), view.size());
+            m_length += view.size();
+        }
+    }
     void AppendByte(char byte) {
         if (m_length <= m_capacity - 2 || Reserve(m_length, 1)) {
             m_data[m_length++] = byte;
@@ -69,6 +76,7 @@ private:
     bool Holds(const char* pointer) const {
         return pointer >= m_data && pointer < m_data + m_capacity;
     }
+    void AppendGrowing(absl::string_view view);
     void ReleaseArea();
 
     char m_inline[512];

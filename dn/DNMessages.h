@@ -51,7 +51,8 @@ private:
 class DNValueRemoveChildMessage : public CXMessageDNValueParam {
 public:
     DNValueRemoveChildMessage(DNValue* sender, size_t entry, const DNValueRef& gone)
-        : CXMessageDNValueParam(kDNValueRemoveChild, sender, sender), m_index(entry), m_removed(gone) {}
+        : CXMessageDNValueParam(kDNValueRemoveChild, sender, sender), m_index(entry),
+          m_removed(gone) {}
 
     /// Where the entry stood.
     size_t GetIndex() const { return m_index; }

@@ -17,7 +17,7 @@ absl::string_view Strip(absl::string_view text, absl::string_view bytes) {
     return text.substr(first, text.find_last_not_of(bytes) - first + 1);
 }
 
-template <typename Number> bool ReadBareFloat(absl::string_view text, Number& out) {
+bool ReadBareFloat(absl::string_view text, float& out) {
     const absl::string_view digits = text.substr(!text.empty() && text[0] == '-' ? 1 : 0);
     size_t points = 0;
     bool anyDigit = false;

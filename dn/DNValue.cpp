@@ -17,6 +17,23 @@ namespace {
 /// after the other, so that a deep tree needs no deep stack. Null while nothing is being freed.
 thread_local std::vector<DNValue*>* t_doomed = nullptr;
 
+/// The value whose release is being announced: its count may touch 0 once more meanwhile.
+thread_local const DNValue* t_announced = nullptr;
+
+/// Tells the listeners. False if one of them took a new reference: the value lives on.
+bool AnnounceRelease(DNValue* value) {
+    if (!value->HasListeners()) {
+        return true;
+    }
+    const DNValue* const outer = t_announced;
+    t_announced = value;
+    value->AddReference();
+    value->Broadcast(CXMessage(kDNValueReleaseValue, value));
+    value->RemoveReference();
+    t_announced = outer;
+    return value->GetReferenceCount() == 0;
+}
+
 CXCriticalSection& SharedReferenceLock() {
     static CXCriticalSection* const lock = new CXCriticalSection;
     return *lock;
@@ -60,17 +77,24 @@ DNValue* DNValue::SharedEmpty() {
 }
 
 void DNValue::ReleaseObject() {
+    if (t_announced == this) {
+        return;
+    }
     if (t_doomed) {
         t_doomed->push_back(this);
         return;
     }
     std::vector<DNValue*> doomed;
     t_doomed = &doomed;
-    Free(this);
-    while (!doomed.empty()) {
-        DNValue* value = doomed.back();
-        doomed.pop_back();
-        Free(value);
+    for (DNValue* value = this; value;) {
+        if (AnnounceRelease(value)) {
+            delete value;
+        }
+        value = nullptr;
+        if (!doomed.empty()) {
+            value = doomed.back();
+            doomed.pop_back();
+        }
     }
     t_doomed = nullptr;
 }

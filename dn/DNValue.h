@@ -109,7 +109,7 @@ public:
     std::vector<int32_t> GetInts(const std::vector<int32_t>& defaultValue = {}) const;
 
     /// The name of the type, empty for those that have none.
-    CXString GetTypeName() const { return CXString(DNTypeName(GetType())); }
+    CXString GetTypeText() const { return CXString(DNTypeName(GetType())); }
     /// The tree below as text, one line a key and one a value, for logs and the
     /// debugger.
     CXString Dump() const;

@@ -40,6 +40,8 @@ public:
     /// Delivers to all listeners in list order. Those added meanwhile get nothing, those that died
     /// or were removed meanwhile are skipped.
     void Broadcast(const CXMessage& message);
+    /// False if a broadcast would reach nobody, so that its message needn't be made.
+    bool HasListeners() const { return !m_listeners.empty(); }
 
 private:
     bool IsListener(const CXMessageTarget* listener) const;
