@@ -29,24 +29,30 @@ void WriteOperation(DNValue& folder, const PatchOperation& operation) {
     }
 }
 
-} // namespace
-
-CXResult WriteControlFile(const CXString& path, const std::vector<PatchOperation>& operations,
-                          int64_t dataSize, const CXString& dataChecksum) {
-    const DNValueRef root(new DNMemoryValue());
+DNValueRef MakeTree(const std::vector<PatchOperation>& operations, int64_t dataSize,
+                    const CXString& dataChecksum) {
+    DNValueRef root = new DNMemoryValue;
     root->SetNew("velpatch-version", DNData::Int(kFormatVersion));
     root->SetNew("datafilesize", DNData::Int64(dataSize));
     SetText(*root, "datafilechecksum", dataChecksum);
     const DNValueRef list = root->GetOrCreateFolder(DNData::String("patch-operations"));
     for (size_t i = 0; i < operations.size(); i++) {
-        const CXString key = CXString::Format("%d", i);
-        WriteOperation(*list->GetOrCreateFolder(DNData::String(key)), operations[i]);
+        const DNValueRef entry = list->GetOrCreateFolder(DNData::String(CXString::Format("%d", i)));
+        WriteOperation(*entry, operations[i]);
     }
+    return root;
+}
+
+} // namespace
+
+CXResult WriteControlFile(const CXString& path, const std::vector<PatchOperation>& operations,
+                          int64_t dataSize, const CXString& dataChecksum) {
     CXStreamFile file;
     file.Open(path, kOpenRead | kOpenWrite | kOpenCreate | kOpenTruncate);
     if (!file.IsOpen()) {
         return CXResultCertainFailure(file.GetLastError());
     }
+    const DNValueRef root = MakeTree(operations, dataSize, dataChecksum);
     TextConfig::Write(*root, file);
     file.Flush();
     file.Close();
