@@ -190,6 +190,12 @@ CXString CXFileSystem::NormalisePath(absl::string_view path) {
         }
         edit.Append(kept[i]);
     }
+    // A relative path must not turn into an absolute one when its front goes ("./C:/x").
+    if (rootLength == 0 && (RootLength(edit) != 0 || LooksWindows(edit))) {
+        const CXString rest = edit.ToString();
+        edit.Assign("./");
+        edit.Append(rest);
+    }
     if (network && kept.size() == 2 && path.back() == '/') {
         edit.AppendByte('/');
     }

@@ -188,6 +188,13 @@ bool VelPatchTask_ApplyFilePatches::CreateFile(const PatchOperation& operation,
             return Fail(
                 FormatLocalisedString("$velpatch_task_failed_unable_create_new_file", destination));
         }
+        if (!replaces && file.GetSize() != 0) {
+            // The path was taken after all (its test failed, or somebody was quicker): nothing of
+            // that file may change, by this operation or by a rollback.
+            m_renames.pop_back();
+            return Fail(
+                FormatLocalisedString("$velpatch_task_failed_unexpected_file", destination));
+        }
         CXString detail;
         if (!ExtractFilePayload(file, detail)) {
             LogFormat(
@@ -294,6 +301,9 @@ bool VelPatchTask_ApplyFilePatches::WriteChangedFile(const PatchOperation& opera
                   "targetFilepath: %s",
                   target.GetData());
         return Fail(FormatLocalisedString("$velpatch_task_failed_create_file", target));
+    }
+    if (newFile.GetSize() != 0) {
+        return Fail(FormatLocalisedString("$velpatch_task_failed_unexpected_file", target));
     }
     if (operation.command == COMMAND_MOVE_FILE) {
         // Nothing reads a moved file back, so a size that can't be told and a buffer that can't be

@@ -99,7 +99,15 @@ uint64_t CXStreamSubfile::BufferedWrite(const void* data, uint64_t count) {
         SetError(kCXResultAlreadyOpen);
         return 0;
     }
+    if (data == nullptr && count != 0) {
+        SetError(kCXResultInvalidArgument);
+        return 0;
+    }
     const uint64_t wanted = CutToRoom(count);
+    if (wanted == 0) {
+        // Some parents count even an empty write behind their end as data up to there.
+        return 0;
+    }
     const uint64_t moved = m_parent->Write(data, wanted);
     Follow(moved, wanted);
     return moved;
@@ -108,6 +116,10 @@ uint64_t CXStreamSubfile::BufferedWrite(const void* data, uint64_t count) {
 uint64_t CXStreamSubfile::BufferedRead(void* data, uint64_t count) {
     if (m_parent == nullptr) {
         SetError(kCXResultAlreadyOpen);
+        return 0;
+    }
+    if (data == nullptr && count != 0) {
+        SetError(kCXResultInvalidArgument);
         return 0;
     }
     const uint64_t wanted = CutToRoom(count);

@@ -1,6 +1,6 @@
 #include "net/CXURI.h"
 
-#include "support/LogCapture.h"
+#include "tests/support/LogCapture.h"
 
 #include <gtest/gtest.h>
 

@@ -1,0 +1,293 @@
+// What every kind of stream must do alike.
+
+#include "stream/CXStreamDynamicBuffer.h"
+#include "tests/stream/StreamKinds.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+/// Not a constant, so that the compiler can't object beforehand.
+void* volatile s_null = nullptr;
+
+class StreamConformance : public testing::TestWithParam<StreamKind> {
+protected:
+    void Open(size_t size) {
+        m_bytes = MakeBytes(size);
+        m_under = GetParam().make(m_bytes);
+    }
+    CXStream& Stream() { return m_under->Get(); }
+    Bytes Slice(size_t from, size_t count) const {
+        return Bytes(m_bytes.begin() + static_cast<int64_t>(from),
+                     m_bytes.begin() + static_cast<int64_t>(from + count));
+    }
+
+    Bytes m_bytes;
+    std::unique_ptr<StreamUnderTest> m_under;
+};
+
+Bytes ReadBytes(CXStream& stream, size_t count) {
+    Bytes bytes(count);
+    bytes.resize(static_cast<size_t>(stream.Read(bytes.data(), count)));
+    return bytes;
+}
+
+TEST_P(StreamConformance, StartsOpenAtZeroWithItsFlags) {
+    Open(100);
+    EXPECT_EQ(Stream().GetFlags(), GetParam().flags);
+    EXPECT_TRUE(Stream().IsOpen());
+    EXPECT_EQ(Stream().GetLastError(), kCXResultOK);
+    EXPECT_EQ(Stream().GetPosition(), 0U);
+    EXPECT_EQ(Stream().GetSize(), GetParam().sizeKnown ? 100U : 0U);
+    EXPECT_EQ(Stream().GetRemaining(), GetParam().sizeKnown ? 100U : 0U);
+    EXPECT_EQ(Stream().GetLastError(),
+              GetParam().sizeKnown ? kCXResultOK : kCXResultNotSupported);
+    EXPECT_FALSE(Stream().SetOption(0x41424344, 1));
+    EXPECT_FALSE(Stream().QueryReserved());
+}
+
+TEST_P(StreamConformance, ReadsInPiecesOfEverySize) {
+    Open(50000);
+    const size_t pieces[] = {1, 3, 8, 64, 127, 128, 129, 2047, 2048, 2049, 4096, 5000, 16384};
+    size_t position = 0;
+    for (size_t i = 0; position < m_bytes.size(); i = (i + 1) % std::size(pieces)) {
+        const size_t count = std::min(pieces[i], m_bytes.size() - position);
+        ASSERT_EQ(ReadBytes(Stream(), count), Slice(position, count)) << "at " << position;
+        position += count;
+        ASSERT_EQ(Stream().GetPosition(), position);
+    }
+    EXPECT_EQ(Stream().GetLastError(), kCXResultOK) << "the caller's counts were all met";
+    EXPECT_FALSE(Stream().IsAtEnd());
+}
+
+TEST_P(StreamConformance, ShortReadMarksTheEndAndASeekClearsOnlyTheMark) {
+    Open(3);
+    EXPECT_EQ(ReadBytes(Stream(), 5), m_bytes);
+    EXPECT_EQ(Stream().GetLastError(), kCXResultEndOfStream);
+    EXPECT_TRUE(Stream().IsAtEnd());
+    EXPECT_EQ(ReadBytes(Stream(), 1).size(), 0U);
+    EXPECT_TRUE(Stream().IsAtEnd());
+    EXPECT_EQ(Stream().Seek(GetParam().seeks ? -1 : 0, kCXSeekRelative),
+              GetParam().seeks ? 2U : 3U);
+    EXPECT_FALSE(Stream().IsAtEnd());
+    EXPECT_EQ(Stream().GetLastError(), kCXResultEndOfStream);
+    Stream().SetError(kCXResultOK);
+    EXPECT_EQ(Stream().GetLastError(), kCXResultEndOfStream) << "a success stores nothing";
+    Stream().ResetError();
+    EXPECT_EQ(Stream().GetLastError(), kCXResultOK);
+}
+
+TEST_P(StreamConformance, ReadingNothingIsNoFault) {
+    Open(10);
+    EXPECT_EQ(Stream().Read(s_null, 0), 0U);
+    EXPECT_EQ(Stream().GetLastError(), kCXResultOK);
+    EXPECT_FALSE(Stream().IsAtEnd());
+    EXPECT_EQ(Stream().Read(s_null, 20), 0U);
+    EXPECT_EQ(Stream().GetLastError(), kCXResultInvalidArgument);
+}
+
+TEST_P(StreamConformance, SeeksFromStartPositionAndEnd) {
+    Open(20000);
+    CXStream& stream = Stream();
+    if (!GetParam().seeks) {
+        EXPECT_EQ(ReadBytes(stream, 10).size(), 10U);
+        EXPECT_EQ(stream.Seek(10, kCXSeekStart), 10U);
+        EXPECT_EQ(stream.GetLastError(), kCXResultOK);
+        EXPECT_EQ(stream.Seek(9, kCXSeekStart), 0U);
+        EXPECT_EQ(stream.GetLastError(), kCXResultNotSupported);
+        EXPECT_EQ(stream.GetPosition(), 10U);
+        return;
+    }
+    EXPECT_EQ(stream.Seek(15000, kCXSeekStart), 15000U);
+    EXPECT_EQ(ReadBytes(stream, 3), Slice(15000, 3));
+    EXPECT_EQ(stream.Seek(-10003, kCXSeekRelative), 5000U);
+    EXPECT_EQ(ReadBytes(stream, 6000), Slice(5000, 6000));
+    if (GetParam().sizeKnown) {
+        EXPECT_EQ(stream.Seek(-5, kCXSeekEnd), 19995U);
+        EXPECT_EQ(ReadBytes(stream, 5), Slice(19995, 5));
+        EXPECT_EQ(stream.GetRemaining(), 0U);
+    }
+    EXPECT_EQ(stream.GetLastError(), kCXResultOK);
+    const uint64_t before = stream.GetPosition();
+    EXPECT_EQ(stream.Seek(1, 3), 0U) << "unknown whence";
+    EXPECT_EQ(stream.GetPosition(), before);
+    EXPECT_EQ(stream.Seek(-1, kCXSeekStart), 0U);
+    EXPECT_NE(stream.GetLastError(), kCXResultOK);
+    EXPECT_EQ(stream.GetPosition(), before);
+}
+
+TEST_P(StreamConformance, SkipPassesBytes) {
+    Open(20000);
+    EXPECT_EQ(Stream().Skip(12345), 12345U);
+    EXPECT_EQ(ReadBytes(Stream(), 10), Slice(12345, 10));
+    EXPECT_EQ(Stream().Skip(0), 0U);
+    const uint64_t rest = 20000 - 12355;
+    EXPECT_EQ(Stream().Skip(rest + 100),
+              GetParam().pastEnd == PastEnd::Kept ? rest + 100 : rest);
+}
+
+TEST_P(StreamConformance, IntegersAreBigEndian) {
+    m_bytes = {7, 0x01, 0x02, 0x03, 0x04, 0x11, 0x12, 0x13, 0x14, 0x15, 0x16, 0x17, 0x18, 0xFF};
+    m_under = GetParam().make(m_bytes);
+    uint8_t small = 0;
+    uint32_t middle = 0;
+    uint64_t large = 0;
+    EXPECT_TRUE(Stream().ReadU8(small) && Stream().ReadU32(middle) && Stream().ReadU64(large));
+    EXPECT_EQ(small, 7U);
+    EXPECT_EQ(middle, 0x01020304U);
+    EXPECT_EQ(large, 0x1112131415161718U);
+    EXPECT_FALSE(Stream().ReadU32(middle));
+    EXPECT_EQ(middle, 0U);
+    EXPECT_EQ(Stream().GetLastError(), kCXResultEndOfStream);
+    EXPECT_FALSE(Stream().ReadU8(small));
+    EXPECT_EQ(small, 0U);
+}
+
+TEST_P(StreamConformance, WritesWhereItCanAndRefusesElsewhere) {
+    Open(10000);
+    CXStream& stream = Stream();
+    if (!GetParam().writes) {
+        EXPECT_EQ(stream.Write("x", 1), 0U);
+        EXPECT_EQ(stream.GetLastError(), (GetParam().flags & kCXStreamFileBacked) != 0 ||
+                                                 (GetParam().flags & kCXStreamSeekWritten) != 0
+                                             ? kCXResultAccessDenied
+                                             : kCXResultNotSupported);
+        EXPECT_EQ(ReadBytes(stream, 10), Slice(0, 10)) << "reading goes on";
+        return;
+    }
+    const Bytes fresh = MakeBytes(6000, 9);
+    Bytes expected = m_bytes;
+    // Small and large, after a read, over a place written before, and a step back in between.
+    EXPECT_EQ(ReadBytes(stream, 100), Slice(0, 100));
+    EXPECT_EQ(stream.Write(fresh.data(), 8), 8U);
+    EXPECT_EQ(stream.Write(fresh.data(), 900), 900U);
+    EXPECT_EQ(stream.Seek(-500, kCXSeekRelative), 508U);
+    EXPECT_EQ(stream.Write(fresh.data() + 50, 40), 40U);
+    EXPECT_EQ(stream.GetSize(), 10000U);
+    EXPECT_EQ(stream.WriteUnbuffered(fresh.data(), 6000), 6000U);
+    EXPECT_TRUE(stream.WriteU8(1) && stream.WriteU32(0x02030405) &&
+                stream.WriteU64(0x060708090A0B0C0D));
+    std::copy_n(fresh.begin(), 8, expected.begin() + 100);
+    std::copy_n(fresh.begin(), 900, expected.begin() + 108);
+    std::copy_n(fresh.begin() + 50, 40, expected.begin() + 508);
+    std::copy_n(fresh.begin(), 6000, expected.begin() + 548);
+    for (uint8_t i = 0; i < 13; ++i) {
+        expected[6548U + i] = static_cast<uint8_t>(i + 1);
+    }
+    EXPECT_EQ(stream.GetPosition(), 6561U);
+    EXPECT_EQ(stream.Write(s_null, 1000000), 0U);
+    EXPECT_EQ(stream.GetLastError(), kCXResultInvalidArgument);
+    stream.ResetError();
+
+    EXPECT_EQ(stream.Seek(0, kCXSeekStart), 0U);
+    EXPECT_EQ(ReadBytes(stream, 10000), expected);
+    const Bytes more(20, 0xEE);
+    EXPECT_EQ(stream.Write(more.data(), 20), GetParam().grows ? 20U : 0U);
+    if (GetParam().grows) {
+        expected.insert(expected.end(), more.begin(), more.end());
+        EXPECT_EQ(stream.GetLastError(), kCXResultOK);
+    } else {
+        EXPECT_EQ(stream.GetLastError(), kCXResultEndOfStream);
+    }
+    EXPECT_EQ(stream.GetSize(), expected.size());
+    EXPECT_EQ(m_under->Stored(), expected);
+}
+
+TEST_P(StreamConformance, SizeChanges) {
+    Open(5000);
+    CXStream& stream = Stream();
+    stream.Seek(4000, kCXSeekStart);
+    stream.ResetError();
+    stream.SetSize(3000);
+    if (!GetParam().resizes) {
+        EXPECT_EQ(stream.GetLastError(), GetParam().flags == 0x1BD ? kCXResultAccessDenied
+                                                                   : kCXResultNotSupported);
+        return;
+    }
+    EXPECT_EQ(stream.GetSize(), 3000U);
+    EXPECT_EQ(stream.GetPosition(), 3000U);
+    EXPECT_EQ(ReadBytes(stream, 1).size(), 0U);
+    stream.Seek(10, kCXSeekStart);
+    stream.SetSize(6000);
+    EXPECT_EQ(stream.GetPosition(), GetParam().sizeMovesToEnd ? 6000U : 10U);
+    stream.Seek(2990, kCXSeekStart);
+    Bytes expected = Slice(2990, GetParam().keepsCutBytes ? 2010 : 10);
+    expected.resize(3010);
+    EXPECT_EQ(ReadBytes(stream, 3010), expected);
+}
+
+TEST_P(StreamConformance, CopiesInBothDirections) {
+    Open(40000);
+    CXStreamDynamicBuffer other;
+    uint64_t calls = 0;
+    CXStreamProgressCallbackData last = {};
+    CXStreamCopyOptions options;
+    options.progress = [&](const CXStreamProgressCallbackData& data) {
+        EXPECT_GT(data.bytesDone, last.bytesDone);
+        EXPECT_GT(data.startTime, 0);
+        last = data;
+        return ++calls < 3;
+    };
+    EXPECT_EQ(CXStream::Copy(other, Stream(), 0, &options), kCXResultOK);
+    EXPECT_EQ(calls, 0U);
+    EXPECT_EQ(CXStream::Copy(other, Stream(), 40000, &options), kCXResultCancelled);
+    EXPECT_EQ(other.GetSize(), 40000U) << "the third piece was written before it was told";
+    EXPECT_EQ(last.bytesTotal, 40000U);
+    EXPECT_EQ(last.bytesDone, 40000U);
+    EXPECT_EQ(last.fraction, 1.0F);
+    EXPECT_EQ(last.reserved, 0U);
+    EXPECT_EQ(Bytes(other.GetData(), other.GetData() + 40000), m_bytes);
+    EXPECT_EQ(CXStream::Copy(other, Stream(), 1), kCXResultEndOfStream);
+
+    other.Seek(0, kCXSeekStart);
+    if (!GetParam().writes) {
+        EXPECT_NE(CXStream::Copy(Stream(), other, 100), kCXResultOK);
+        return;
+    }
+    Stream().Seek(1000, kCXSeekStart);
+    EXPECT_EQ(CXStream::Copy(Stream(), other, 39000), kCXResultOK);
+    Bytes expected = Slice(0, 1000);
+    expected.insert(expected.end(), m_bytes.begin(), m_bytes.begin() + 39000);
+    EXPECT_EQ(m_under->Stored(), expected);
+}
+
+TEST_P(StreamConformance, ClosedRefusesEverything) {
+    Open(10);
+    CXStream& stream = Stream();
+    stream.Close();
+    EXPECT_FALSE(stream.IsOpen());
+    const CXResult expected =
+        GetParam().closedIsAlreadyOpen ? kCXResultAlreadyOpen : kCXResultNotOpen;
+    uint8_t byte = 0;
+    EXPECT_EQ(stream.Read(&byte, 1), 0U);
+    EXPECT_EQ(stream.GetLastError(), expected);
+    stream.ResetError();
+    EXPECT_EQ(stream.Write(&byte, 1), 0U);
+    EXPECT_NE(stream.GetLastError(), kCXResultOK);
+    if (GetParam().seeks) {
+        stream.ResetError();
+        EXPECT_EQ(stream.Seek(1, kCXSeekStart), 0U);
+        EXPECT_EQ(stream.GetLastError(), expected);
+    }
+    stream.Close();
+}
+
+TEST_P(StreamConformance, EventsTellReadableAndNotOpen) {
+    Open(4);
+    CXGenericEventRef readable = Stream().GetEventRef(kCXStreamEventCanRead);
+    CXGenericEventRef notOpen = Stream().GetEventRef(kCXStreamEventNotOpen);
+    EXPECT_TRUE(readable.Test());
+    EXPECT_FALSE(notOpen.Test());
+    EXPECT_TRUE(Stream().GetEventRef(2).Test());
+    ReadBytes(Stream(), 5);
+    EXPECT_FALSE(readable.Test());
+    Stream().Close();
+    EXPECT_TRUE(notOpen.Test());
+    m_under.reset();
+    EXPECT_TRUE(readable.Test()) << "the stream is gone";
+}
+
+INSTANTIATE_TEST_SUITE_P(AllKinds, StreamConformance, testing::ValuesIn(AllStreamKinds()),
+                         [](const auto& kind) { return std::string(kind.param.name); });
+
+}  // namespace
