@@ -3,6 +3,7 @@
 #include "core/BlockAlloc.h"
 #include "runtime/CXGenericEvent.h"
 
+#include <atomic>
 #include <new>
 #include <utility>
 
@@ -16,11 +17,15 @@ struct CXGenericEventContextManualBase::Handler : CXGenericEventRef {
     Handler(const CXGenericEventRef& ref, void* handlerTarget)
         : CXGenericEventRef(ref), target(handlerTarget) {}
 
-    /// Lets go of the event and of what the function holds. The block itself stays taken: an entry
-    /// may be referred to after it has left the table.
+    /// Lets go of the event and of what the function holds. The block itself stays taken for the
+    /// life of the process, in a list that keeps it known to leak checkers.
     void Abandon() {
+        static std::atomic<Handler*> abandoned{nullptr};
         Clear();
         function = nullptr;
+        nextAbandoned = abandoned.load(std::memory_order_relaxed);
+        while (!abandoned.compare_exchange_weak(nextAbandoned, this, std::memory_order_relaxed)) {
+        }
     }
 
     void* target;
@@ -28,6 +33,7 @@ struct CXGenericEventContextManualBase::Handler : CXGenericEventRef {
     std::function<int()> function;
     void* userData = nullptr;
     bool removed = false;
+    Handler* nextAbandoned = nullptr;
 
     static Handler* Make(const CXGenericEventRef& ref, void* handlerTarget) {
         static_assert(sizeof(Handler) <= kHandlerBlock);

@@ -7,8 +7,8 @@
 void CXMessagePost::Post(CXMessageTarget* target, std::unique_ptr<CXMessage> message,
                          CXReference<DynamicReferenceCount> sharedRef, int64_t dueTimeMs) {
     Add({.target = target,
-         .message = std::move(message),
          .sharedRef = std::move(sharedRef),
+         .message = std::move(message),
          .broadcast = false},
         dueTimeMs);
 }
@@ -16,8 +16,8 @@ void CXMessagePost::Post(CXMessageTarget* target, std::unique_ptr<CXMessage> mes
 void CXMessagePost::PostBroadcast(CXMessageTarget* target, std::unique_ptr<CXMessage> message,
                                   CXReference<DynamicReferenceCount> sharedRef, int64_t dueTimeMs) {
     Add({.target = target,
-         .message = std::move(message),
          .sharedRef = std::move(sharedRef),
+         .message = std::move(message),
          .broadcast = true},
         dueTimeMs);
 }

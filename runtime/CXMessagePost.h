@@ -43,8 +43,8 @@ protected:
 private:
     struct Record {
         CXSafePointer<CXMessageTarget> target;
+        CXReference<DynamicReferenceCount> sharedRef; // outlives the message, which may use it
         std::unique_ptr<CXMessage> message;
-        CXReference<DynamicReferenceCount> sharedRef;
         bool broadcast;
     };
 

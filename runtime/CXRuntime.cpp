@@ -67,7 +67,7 @@ void CXRuntime::Start() {
     SeedRandom(static_cast<uint32_t>(CXTime::GetCurrentTime()) ^ CXThreadPlatform::GetProcessId());
     CXThread::SetMainThread();
     state.mainThread = std::make_unique<CXThreadExternal>("main", kMainPriority);
-    CXTaskHost::GetForThread(CXThread::GetMainThreadId());
+    CXTaskHost::BindToCurrentThread();
     CXGenericEventContextManual::GetSingleton();
     CXMessagePostTask::GetMainThreadSingleton();
     TellModules(true);

@@ -14,6 +14,10 @@ void CXTask::AddChild(CXTask* child) {
 }
 
 void CXTask::RemoveChild(CXTask* child) {
+    RemoveChild(child, true);
+}
+
+void CXTask::RemoveChild(CXTask* child, bool withItsChildren) {
     CXTaskHost* host = GetHost();
     if (host != nullptr) {
         host->m_runLock.Lock();
@@ -24,17 +28,21 @@ void CXTask::RemoveChild(CXTask* child) {
     }
     child->m_parent = nullptr;
     if (host != nullptr) {
-        host->RemoveTask(child);
+        if (withItsChildren) {
+            host->RemoveTask(child);
+        } else {
+            host->RemoveAlone(child);
+        }
         host->m_runLock.Unlock();
     }
 }
 
 void CXTask::Detach() {
     if (m_parent != nullptr) {
-        m_parent->RemoveChild(this);
+        m_parent->RemoveChild(this, false);
     }
     CXTaskHost* host = GetHost();
     if (host != nullptr) {
-        host->RemoveTask(this);
+        host->RemoveAlone(this);
     }
 }

@@ -21,7 +21,9 @@ public:
     explicit CXTask(const CXString& name) : m_name(name) {}
     CXTask(const CXTask&) = delete;
     CXTask& operator=(const CXTask&) = delete;
-    /// Detaches from the parent and from the host. The children stay as they are.
+    /// Detaches from the parent and from the host. The children stay attached and keep a parent
+    /// that is no more, so whoever deletes a parent takes its children out first or outlives none
+    /// of them.
     virtual ~CXTask();
 
     /// One step. Must not raise and must not block.
@@ -40,10 +42,12 @@ public:
     void RemoveChild(CXTask* child);
 
 protected:
-    /// The destructor's work: leaves the parent and the host.
+    /// The destructor's work: leaves the parent and the host, alone.
     void Detach();
 
 private:
+    void RemoveChild(CXTask* child, bool withItsChildren);
+
     friend class CXTaskHost;
     std::atomic<CXTaskHost*> m_host{nullptr};
     CXTask* m_parent = nullptr;

@@ -19,6 +19,17 @@ HostRegistry& GetHostRegistry() {
     return *registry;
 }
 
+CXTaskHost* FindOrMake(CXThreadId threadId, bool& made) {
+    HostRegistry& registry = GetHostRegistry();
+    const CXCriticalSectionGuard guard(registry.lock);
+    CXTaskHost*& entry = registry.hosts[threadId];
+    made = entry == nullptr;
+    if (made) {
+        entry = new CXTaskHost;
+    }
+    return entry;
+}
+
 void DeleteHost(CXThreadId threadId) {
     CXTaskHost* host = nullptr;
     {
@@ -56,7 +67,7 @@ void CXTaskHost::AddTask(CXTask* task) {
     }
 }
 
-void CXTaskHost::RemoveTask(CXTask* task) {
+void CXTaskHost::RemoveAlone(CXTask* task) {
     {
         const CXCriticalSectionGuard guard(m_pendingLock);
         CXTaskHost* self = this;
@@ -71,6 +82,10 @@ void CXTaskHost::RemoveTask(CXTask* task) {
             m_tasks.erase(found);
         }
     }
+}
+
+void CXTaskHost::RemoveTask(CXTask* task) {
+    RemoveAlone(task);
     for (size_t index = task->m_children.size(); index > 0; --index) {
         RemoveTask(task->m_children[index - 1]);
     }
@@ -100,19 +115,22 @@ void CXTaskHost::RunTasks() {
 }
 
 CXTaskHost* CXTaskHost::GetForThread(CXThreadId threadId) {
-    CXTaskHost* host = nullptr;
-    {
-        HostRegistry& registry = GetHostRegistry();
-        const CXCriticalSectionGuard guard(registry.lock);
-        CXTaskHost*& entry = registry.hosts[threadId];
-        if (entry != nullptr) {
-            return entry;
-        }
-        entry = new CXTaskHost;
-        host = entry;
+    bool made = false;
+    CXTaskHost* host = FindOrMake(threadId, made);
+    if (made) {
+        // Without a thread object nobody tells of the thread's end, and the host lives on.
+        CXThread::AddEndCallbackFor(threadId, [threadId] { DeleteHost(threadId); });
     }
-    // Without a thread object nobody tells of the thread's end, and the host lives on.
-    CXThread::AddEndCallbackFor(threadId, [threadId] { DeleteHost(threadId); });
+    return host;
+}
+
+CXTaskHost* CXTaskHost::BindToCurrentThread() {
+    const CXThreadId threadId = CXCurrentThreadId();
+    bool made = false;
+    CXTaskHost* host = FindOrMake(threadId, made);
+    if (CXThread* thread = CXThread::GetCurrent()) {
+        thread->AddEndCallback([threadId] { DeleteHost(threadId); });
+    }
     return host;
 }
 

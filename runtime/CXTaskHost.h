@@ -36,6 +36,9 @@ public:
 
     /// The host of a thread, made on first use and deleted when that thread's object ends.
     static CXTaskHost* GetForThread(CXThreadId threadId);
+    /// Makes the calling thread's host if there is none, and ties it to the end of the thread's
+    /// object even if it was made before there was one. Part of start-up.
+    static CXTaskHost* BindToCurrentThread();
     /// The host of the calling thread, or of the thread that overrides it.
     static CXTaskHost* GetCurrent();
     /// Lets another thread's host count as the calling thread's; kCXNoThread ends that.
@@ -43,6 +46,8 @@ public:
 
 private:
     friend class CXTask;
+    void RemoveAlone(CXTask* task);
+
     static constexpr uint32_t kNotRunning = 0xFFFFFFFF;
 
     std::vector<CXTask*> m_tasks;

@@ -91,8 +91,12 @@ void CXTimerManager::Cancel(CXTimer& timer) {
         guard.lock();
     }
     --timer.m_nesting;
-    DropShots(timer); // the firing may have added some
     timer.m_manager.store(nullptr, std::memory_order_release);
+}
+
+bool CXTimerManager::IsPending(const CXTimer& timer) {
+    const CXConditionGuard guard(m_wake.GetLock());
+    return !timer.m_shots.empty();
 }
 
 void CXTimerManager::DropShots(CXTimer& timer) {
@@ -128,6 +132,9 @@ void CXTimerManager::FireFirst(CXConditionGuard& guard, CXTimer& timer) {
     guard.lock();
     m_freeShots.splice(m_freeShots.end(), shot);
     timer.m_firing = kCXNoThread;
+    if (timer.m_nesting > 0) {
+        DropShots(timer); // somebody waits to cancel it for good
+    }
     if (!timer.m_shots.empty()) {
         timer.m_due = timer.m_shots.front().due;
         m_timers.insert(&timer);

@@ -28,6 +28,9 @@ public:
     /// timer that is being cancelled is not deleted by the manager.
     void Cancel(CXTimer& timer);
 
+    /// True while the timer has shots that have not been fired.
+    bool IsPending(const CXTimer& timer);
+
     /// The clock of the due times.
     static int64_t GetTime();
     /// Made on first use.

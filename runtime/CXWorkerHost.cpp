@@ -40,6 +40,10 @@ CXWorkerHost::CXWorkerHost() : CXTask("CXWorkerHost") {
 
 CXWorkerHost::~CXWorkerHost() {
     Detach();
+    StopWorkers();
+}
+
+void CXWorkerHost::StopWorkers() {
     RequestStop();
     std::vector<std::unique_ptr<WorkerThread>> workers;
     {
@@ -121,11 +125,14 @@ bool CXWorkerHost::RunOnMainAndWait(std::function<void(CXMainJobRelease)> job,
 
 void CXWorkerHost::RequestStop() {
     std::deque<std::unique_ptr<CXWorkerThread>> dropped; // destroyed outside the lock
-    m_stopRequested.store(true, std::memory_order_relaxed);
+    {
+        const CXConditionGuard guard(m_condition.GetLock());
+        m_stopRequested.store(true, std::memory_order_relaxed);
+        dropped.swap(m_jobs);
+        m_condition.Signal();
+    }
+    // Last: a job that this wakes leaves a worker that must find nothing more to begin.
     m_cancelEvent.Set();
-    const CXConditionGuard guard(m_condition.GetLock());
-    dropped.swap(m_jobs);
-    m_condition.Signal();
 }
 
 uint32_t CXWorkerHost::CountWorkers() {
@@ -221,10 +228,15 @@ CXWorkerHost* CXWorkerHost::GetExisting() {
 }
 
 void CXWorkerHost::DeleteSingleton() {
-    CXWorkerHost* host = nullptr;
+    // Jobs that are still under way may ask for the singleton, and must not be given a new one.
+    CXWorkerHost* host = GetExisting();
+    if (host == nullptr) {
+        return;
+    }
+    host->StopWorkers();
     {
         const CXCriticalSectionGuard guard(g_singletonSection);
-        host = std::exchange(g_singleton, nullptr);
+        g_singleton = nullptr;
     }
     delete host;
 }

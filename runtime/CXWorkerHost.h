@@ -85,6 +85,7 @@ private:
         std::function<void()> function;
     };
 
+    void StopWorkers();
     void RunWorker(WorkerThread& worker, int32_t index);
     bool TakeJob(int32_t worker, std::unique_ptr<CXWorkerThread>& job);
 

@@ -62,11 +62,12 @@ TEST(Messages, BubbleUntilSomebodyHandlesThem) {
     EXPECT_EQ(deaf.ProcessMessage(CXMessage(kPing)), kCXResultNotSupported);
 
     const CXMessageIntParam number("n", &leaf, -7);
-    const CXMessageStringParam texts("t", nullptr, {"a", "", "longer than six"}, &number);
+    int extra = 0;
+    const CXMessageStringParam texts("t", nullptr, {"a", "", "longer than six"}, &extra);
     EXPECT_EQ(number.GetSource(), &leaf);
     EXPECT_EQ(number.GetValue(), -7);
     EXPECT_EQ(texts.GetStrings()[2], "longer than six");
-    EXPECT_EQ(texts.GetPointer(), &number);
+    EXPECT_EQ(texts.GetPointer(), &extra);
     EXPECT_TRUE(texts.Is("t"));
 
     char expected[128];

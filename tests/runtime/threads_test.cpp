@@ -84,6 +84,7 @@ void CountHook(int started, const char* name) {
 TEST(Threads, EndCallbacksRunOnTheThreadLastToFirstAndOnce) {
     Journal journal;
     CXThreadId ran = 0;
+    g_hookCalls = 0;
     CXThread::SetEventHook(CountHook);
     FunctionThread thread([&](FunctionThread&) { journal.Add("proc"); }, "hooked");
     thread.AddEndCallback([&] { journal.Add("first"); });

@@ -78,7 +78,7 @@ TEST(Timers, CancelDropsShotsAndWaitsForAFiring) {
         go.Wait();
         LetOthersRun();
         EXPECT_FALSE(cancelled);
-        manager.AddShot(timer, now, g_three); // goes with the cancel that waits
+        manager.AddShot(timer, now + kHour, g_three); // goes with the cancel that waits
     };
     manager.AddShot(timer, now, g_one, &hold);
     ASSERT_TRUE(entered.Wait(30000));
@@ -89,6 +89,7 @@ TEST(Timers, CancelDropsShotsAndWaitsForAFiring) {
     });
     canceller.Start();
     canceller.Join();
+    EXPECT_FALSE(manager.IsPending(timer));
     EXPECT_EQ(journal.Take(), "t1");
     // A firing timer may cancel its own later shots.
     CXEvent done;
@@ -148,9 +149,11 @@ TEST(Timers, SingletonComesBackAfterItWasDeleted) {
     CXTimerManager::DeleteSingleton();
     Journal journal;
     for (int round = 0; round < 2; ++round) {
+        journal.Take();
+        journal.Take();
         TestTimer timer(journal, "s");
         CXTimerManager::GetSingleton()->AddShotAfter(timer, 0, g_one);
-        EXPECT_TRUE(WaitUntil([&] { return !journal.Get().empty(); }));
+        EXPECT_TRUE(WaitUntil([&] { return journal.Get() == "s1"; }));
         journal.Take();
         CXTimerManager::DeleteSingleton();
     }
