@@ -21,7 +21,7 @@ struct CXTimeNatural {
     /// `timestamp` in ms; beyond the platform's range it is replaced by the limit, logged once.
     explicit CXTimeNatural(int64_t timestamp);
 
-    int32_t year = 0;  ///< full year
+    int32_t year = 0; ///< full year
     int32_t month = 0;
     int32_t day = 0;
     int32_t hour = 0;

@@ -42,7 +42,8 @@ uint64_t CXStreamCacheHelper::GetWindowEnd() const {
     }
     const CXStream& owner = *m_owner;
     const uint8_t* end = std::max(owner.m_cursor, owner.m_writtenEnd);
-    return owner.m_windowOffset + static_cast<uint64_t>(end - owner.m_windowBase);
+    const uint64_t length = static_cast<uint64_t>(end - owner.m_windowBase);
+    return length != 0 ? owner.m_windowOffset + length : 0;
 }
 
 void CXStreamCacheHelper::RaiseCachedSize(uint64_t end) {
@@ -232,7 +233,8 @@ void CXStreamCacheHelper::FlushWindow() {
         return;
     }
     CXStream& owner = *m_owner;
-    const uint64_t length = GetWindowEnd() - owner.m_windowOffset;
+    const uint64_t end = GetWindowEnd();
+    const uint64_t length = end != 0 ? end - owner.m_windowOffset : 0;
     const uint64_t advance = static_cast<uint64_t>(owner.m_cursor - owner.m_windowBase);
     const uint64_t put = length != 0 ? RawWrite(owner.m_windowBase, length, true) : 0;
     if (put == length) {

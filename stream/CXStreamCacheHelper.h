@@ -48,7 +48,7 @@ protected:
     void DropWindow();
     /// Frees the window without a look at the raw layer; the logical position becomes `position`.
     void FreeWindow(uint64_t position);
-    /// Position behind the data that waits in a write window; 0 without one.
+    /// Position behind the data that waits in a write window; 0 without any.
     uint64_t GetWindowEnd() const;
 
     static constexpr uint64_t kUnknownSize = ~static_cast<uint64_t>(0);

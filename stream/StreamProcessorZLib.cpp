@@ -85,6 +85,7 @@ StreamProcessorZLib::StreamProcessorZLib() {
 void StreamProcessorZLib::PointAtOutputArea() {
     m_zlib.next_out = m_output;
     m_zlib.avail_out = kAreaSize;
+    m_outputTaken = 0;
 }
 
 uint64_t StreamProcessorZLib::GetInputRoom() {
@@ -92,7 +93,7 @@ uint64_t StreamProcessorZLib::GetInputRoom() {
 }
 
 uint64_t StreamProcessorZLib::GetOutputAvailable() {
-    return kAreaSize - m_zlib.avail_out;
+    return kAreaSize - m_zlib.avail_out - m_outputTaken;
 }
 
 void StreamProcessorZLib::Finish() {
@@ -115,11 +116,23 @@ CXResult StreamProcessorZLib::FillInput(CXStream& stream, uint64_t count) {
     return got < count ? CXResultCertainFailure(stream.GetLastError()) : kCXResultOK;
 }
 
+/// What is left isn't moved forward before the room is needed: small reads would move a whole area
+/// for a few bytes each.
 void StreamProcessorZLib::DropOutput(uint64_t count) {
-    const uint64_t rest = GetOutputAvailable() - count;
-    std::memmove(m_output, m_output + count, static_cast<size_t>(rest));
-    m_zlib.next_out = m_output + rest;
-    m_zlib.avail_out = static_cast<uInt>(kAreaSize - rest);
+    m_outputTaken += static_cast<uint32_t>(count);
+    if (GetOutputAvailable() == 0) {
+        PointAtOutputArea();
+    }
+}
+
+void StreamProcessorZLib::CompactOutput() {
+    if (m_outputTaken != 0) {
+        const uint64_t rest = GetOutputAvailable();
+        std::memmove(m_output, m_output + m_outputTaken, static_cast<size_t>(rest));
+        PointAtOutputArea();
+        m_zlib.next_out += rest;
+        m_zlib.avail_out -= static_cast<uInt>(rest);
+    }
 }
 
 CXResult StreamProcessorZLib::ReadOutput(void* data, uint64_t count) {
@@ -127,7 +140,7 @@ CXResult StreamProcessorZLib::ReadOutput(void* data, uint64_t count) {
         return kCXResultInvalidArgument;
     }
     if (count != 0) {
-        std::memcpy(data, m_output, static_cast<size_t>(count));
+        std::memcpy(data, m_output + m_outputTaken, static_cast<size_t>(count));
         DropOutput(count);
     }
     return kCXResultOK;
@@ -137,7 +150,7 @@ CXResult StreamProcessorZLib::ReadOutputToStream(CXStream& stream, uint64_t coun
     if (count > GetOutputAvailable()) {
         return kCXResultInvalidArgument;
     }
-    const uint64_t put = stream.Write(m_output, count);
+    const uint64_t put = stream.Write(m_output + m_outputTaken, count);
     DropOutput(put);
     return put < count ? CXResultCertainFailure(stream.GetLastError()) : kCXResultOK;
 }
@@ -159,6 +172,7 @@ CXResult StreamProcessorZLibCompress::Process() {
     if (m_inputCount == 0) {
         m_finished = true;
     }
+    CompactOutput();
     m_zlib.next_in = m_input + m_inputPosition;
     m_zlib.avail_in = m_inputCount;
     const int code = deflate(&m_zlib, m_finished ? Z_FINISH : Z_NO_FLUSH);
@@ -193,6 +207,7 @@ CXResult StreamProcessorZLibDecompress::Inflate() {
 }
 
 CXResult StreamProcessorZLibDecompress::Process() {
+    CompactOutput();
     return Inflate();
 }
 

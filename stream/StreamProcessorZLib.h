@@ -27,10 +27,12 @@ protected:
     StreamProcessorZLib();
     void PointAtOutputArea();
     void DropOutput(uint64_t count);
+    void CompactOutput();
 
     uint8_t m_input[kAreaSize];
     uint8_t m_output[kAreaSize];
     z_stream m_zlib;
+    uint32_t m_outputTaken = 0; ///< bytes at the start of the output area that were taken
     uint32_t m_inputPosition = 0;
     uint32_t m_inputCount = 0; ///< bytes of input not yet used
     bool m_finished = false;

@@ -291,18 +291,15 @@ RunResult PatchWorld::Run() {
                 } else {
                     task.AnswerPrompt(answer == Answer::Retry);
                 }
-                // The task looks for its answer from time to time.
-                while (state == kTaskStatePrompt && task.IsRunning()) {
-                    TaskStatus now;
-                    task.GetStatus(now);
-                    if (now.state != kTaskStatePrompt && now.state != kTaskStateRetry) {
-                        break;
-                    }
-                    if (answer == Answer::Stop) {
-                        break;
-                    }
+                // The task looks for its answer from time to time; until then the answer stands.
+                const uint32_t answered = answer == Answer::Retry ? kTaskStateRetry
+                                          : answer == Answer::No  ? kTaskStateFailed
+                                                                  : kTaskStatePrompt;
+                TaskStatus now;
+                do {
                     std::this_thread::sleep_for(std::chrono::milliseconds(1));
-                }
+                    task.GetStatus(now);
+                } while (now.state == answered && task.IsRunning());
             }
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }

@@ -74,7 +74,13 @@ struct FaultRun {
 
     bool Succeeded(uint32_t op, const std::string& path) const {
         return std::any_of(calls.begin(), calls.end(), [&](const FileAccess& call) {
-            return call.op == op && !call.failed && IsIn(call.path, path);
+            return call.op == op && !call.failed &&
+                   std::string(call.path.GetData()).ends_with(path);
+        });
+    }
+    bool HasRemovedBackup() const {
+        return std::any_of(calls.begin(), calls.end(), [](const FileAccess& call) {
+            return call.op == FileOp::RemoveFile && !call.failed && IsIn(call.path, "patcher-temp");
         });
     }
     const FileAccess* Failed() const {
@@ -103,6 +109,7 @@ FaultRun RunWith(const std::function<void(FaultFileDriver&)>& arm, Answer answer
     world.WritePatch(Operations());
     world.onPrompt = [&](const TaskStatus&) { return answer; };
     FaultFileDriver driver;
+    driver.SetVolumes(std::vector<CXVolume>{{world.Text("product"), UINT64_MAX}});
     {
         const ScopedFileDriver use(driver);
         arm(driver);
@@ -127,16 +134,21 @@ Tree AfterFailedOperation(const FaultRun& run, size_t reached) {
     Tree tree = WithFolders(kBefore);
     Erase(tree, "gone/d.txt"); // a deletion that was reached takes its victim
     const size_t failing = reached - 1;
-    if (failing > 3 || run.Succeeded(FileOp::OpenWrite, "copy/big2.dat")) {
+    if (failing > 3 || (run.Succeeded(FileOp::MakeDirectory, "game/copy") &&
+                        run.Succeeded(FileOp::OpenWrite, "copy/big2.dat"))) {
         tree["copy/"] = "";
         tree["copy/big2.dat"] = failing > 3 ? kNewBig : "?";
     }
     if (failing > 4 || run.Succeeded(FileOp::OpenWrite, "dir/moved.txt")) {
         tree["dir/moved.txt"] = failing > 4 ? "content c" : "?";
     }
-    if (failing >= kFolderOperation && run.Succeeded(FileOp::MakeDirectory, "made/here")) {
+    if (failing >= kFolderOperation && run.Succeeded(FileOp::MakeDirectory, "game/made")) {
         tree["made/"] = "";
-        tree["made/here/"] = "";
+        if (run.Succeeded(FileOp::MakeDirectory, "made/here")) {
+            tree["made/here/"] = "";
+        } else {
+            tree.erase("made/"); // the only parent, made for it and empty
+        }
     }
     return tree;
 }
@@ -173,6 +185,21 @@ Tree Masked(Tree tree, const Tree& expected) {
     return tree;
 }
 
+/// The paths in which two trees differ, for messages; empty when they are equal.
+std::string Difference(const Tree& found, const Tree& expected) {
+    std::string out;
+    for (const auto& [path, contents] : found) {
+        const auto wanted = expected.find(path);
+        out += wanted == expected.end()     ? "too much: " + path + "\n"
+               : wanted->second != contents ? "other contents: " + path + "\n"
+                                            : "";
+    }
+    for (const auto& [path, contents] : expected) {
+        out += found.count(path) == 0 ? "missing: " + path + "\n" : "";
+    }
+    return out;
+}
+
 Tree WithoutTemporaries(const Tree& tree) {
     Tree out;
     for (const auto& [path, contents] : tree) {
@@ -207,7 +234,7 @@ void ExpectFinished(const FaultRun& run, const FileAccess& fault) {
     if (run.tree.count("gone/") != 0 && fault.op == FileOp::GetAttributes) {
         expected["gone/"] = "";
     }
-    EXPECT_EQ(WithoutTemporaries(run.tree), expected);
+    EXPECT_EQ(Difference(WithoutTemporaries(run.tree), expected), "");
     size_t left = 0;
     for (const auto& [path, contents] : run.tree) {
         if (path.rfind("patcher-temp/", 0) == 0) {
@@ -216,7 +243,9 @@ void ExpectFinished(const FaultRun& run, const FileAccess& fault) {
         }
     }
     if (left != 0) {
-        EXPECT_TRUE(IsIn(fault.path, "patcher-temp")) << fault.path.GetData();
+        // A backup that couldn't be deleted, or a folder's with a file in it that had been missed.
+        EXPECT_TRUE(IsIn(fault.path, "patcher-temp") || fault.op == FileOp::GetAttributes)
+            << fault.path.GetData();
         EXPECT_LE(left, 3U);
     }
 }
@@ -239,7 +268,7 @@ void ExpectRolledBack(const FaultRun& run) {
         ASSERT_TRUE(run.result.LogHas("(patch failed)")) << log;
         expected = AfterFailedOperation(run, reached);
     }
-    EXPECT_EQ(Masked(run.tree, expected), expected) << log;
+    EXPECT_EQ(Difference(Masked(run.tree, expected), expected), "") << log;
 }
 
 TEST(Faults, EveryCallFailsOnce) {
@@ -279,7 +308,7 @@ TEST(Faults, EveryCallFailsOnce) {
             if (!run.result.prompts.empty() && fault != FileFault::Device) {
                 const FaultRun retried = RunWith(arm, Answer::Retry);
                 EXPECT_EQ(retried.result.status.state, static_cast<uint32_t>(kTaskStateFinished));
-                EXPECT_EQ(retried.tree, WithFolders(kAfter)) << retried.result.log;
+                EXPECT_EQ(Difference(retried.tree, WithFolders(kAfter)), "") << retried.result.log;
             }
             if (HasFailure()) {
                 return; // one report is enough
@@ -314,7 +343,7 @@ TEST(Faults, PowerCutAtEveryChangeKeepsOldOrNew) {
             for (const auto& [other, bytes] : run.tree) {
                 isKept = isKept || (other.rfind("patcher-temp/", 0) == 0 && bytes == contents);
             }
-            EXPECT_TRUE(isKept || run.result.LogHas("FinalisePatchOperations> deleting")) << path;
+            EXPECT_TRUE(isKept || run.HasRemovedBackup()) << path;
         }
         if (HasFailure()) {
             return;

@@ -32,8 +32,12 @@ Bytes Deflated(const Bytes& bytes, int level) {
 
 namespace {
 
-std::string AsText(const Bytes& bytes) { return std::string(bytes.begin(), bytes.end()); }
-Bytes FromText(const std::string& text) { return Bytes(text.begin(), text.end()); }
+std::string AsText(const Bytes& bytes) {
+    return std::string(bytes.begin(), bytes.end());
+}
+Bytes FromText(const std::string& text) {
+    return Bytes(text.begin(), text.end());
+}
 
 class FileUnderTest : public StreamUnderTest {
 public:
@@ -197,7 +201,7 @@ std::function<std::unique_ptr<StreamUnderTest>(const Bytes&)> Maker(Args... args
     return [args...](const Bytes& bytes) { return std::make_unique<T>(bytes, args...); };
 }
 
-}  // namespace
+} // namespace
 
 const std::vector<StreamKind>& AllStreamKinds() {
     constexpr uint32_t kWrite = kOpenWrite;

@@ -36,12 +36,12 @@ struct StreamKind {
     uint32_t flags;
     bool seeks = true;
     bool writes = false;
-    bool grows = false;     ///< writes behind the end extend it
-    bool resizes = false;   ///< takes SetSize
-    bool sizeKnown = true;  ///< GetRemaining answers
+    bool grows = false;    ///< writes behind the end extend it
+    bool resizes = false;  ///< takes SetSize
+    bool sizeKnown = true; ///< GetRemaining answers
     PastEnd pastEnd = PastEnd::Clamped;
-    bool sizeMovesToEnd = false;  ///< SetSize leaves the position at the new end
-    bool keepsCutBytes = false;   ///< bytes cut off by SetSize come back in a gap
+    bool sizeMovesToEnd = false; ///< SetSize leaves the position at the new end
+    bool keepsCutBytes = false;  ///< bytes cut off by SetSize come back in a gap
     bool closedIsAlreadyOpen = false;
 
     friend void PrintTo(const StreamKind& kind, std::ostream* out) { *out << kind.name; }

@@ -40,8 +40,7 @@ TEST_P(StreamConformance, StartsOpenAtZeroWithItsFlags) {
     EXPECT_EQ(Stream().GetPosition(), 0U);
     EXPECT_EQ(Stream().GetSize(), GetParam().sizeKnown ? 100U : 0U);
     EXPECT_EQ(Stream().GetRemaining(), GetParam().sizeKnown ? 100U : 0U);
-    EXPECT_EQ(Stream().GetLastError(),
-              GetParam().sizeKnown ? kCXResultOK : kCXResultNotSupported);
+    EXPECT_EQ(Stream().GetLastError(), GetParam().sizeKnown ? kCXResultOK : kCXResultNotSupported);
     EXPECT_FALSE(Stream().SetOption(0x41424344, 1));
     EXPECT_FALSE(Stream().QueryReserved());
 }
@@ -122,8 +121,7 @@ TEST_P(StreamConformance, SkipPassesBytes) {
     EXPECT_EQ(ReadBytes(Stream(), 10), Slice(12345, 10));
     EXPECT_EQ(Stream().Skip(0), 0U);
     const uint64_t rest = 20000 - 12355;
-    EXPECT_EQ(Stream().Skip(rest + 100),
-              GetParam().pastEnd == PastEnd::Kept ? rest + 100 : rest);
+    EXPECT_EQ(Stream().Skip(rest + 100), GetParam().pastEnd == PastEnd::Kept ? rest + 100 : rest);
 }
 
 TEST_P(StreamConformance, IntegersAreBigEndian) {
@@ -200,8 +198,8 @@ TEST_P(StreamConformance, SizeChanges) {
     stream.ResetError();
     stream.SetSize(3000);
     if (!GetParam().resizes) {
-        EXPECT_EQ(stream.GetLastError(), GetParam().flags == 0x1BD ? kCXResultAccessDenied
-                                                                   : kCXResultNotSupported);
+        EXPECT_EQ(stream.GetLastError(),
+                  GetParam().flags == 0x1BD ? kCXResultAccessDenied : kCXResultNotSupported);
         return;
     }
     EXPECT_EQ(stream.GetSize(), 3000U);
@@ -290,4 +288,4 @@ TEST_P(StreamConformance, EventsTellReadableAndNotOpen) {
 INSTANTIATE_TEST_SUITE_P(AllKinds, StreamConformance, testing::ValuesIn(AllStreamKinds()),
                          [](const auto& kind) { return std::string(kind.param.name); });
 
-}  // namespace
+} // namespace

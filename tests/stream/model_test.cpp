@@ -68,7 +68,7 @@ private:
             m_kind.resizes ? SetSize(Below(2 * kSize)) : Read(1);
         } else if (choice < 96) {
             m_stream->SetOption(Below(2) == 0 ? kCXStreamOptionOverlap : kCXStreamOptionReserve,
-                               Below(500));
+                                Below(500));
         } else if (!m_kind.seeks && Left() == 0) {
             Restart();
         } else {
@@ -87,9 +87,9 @@ private:
         Bytes got(static_cast<size_t>(count) + 1, 0xA5);
         const uint64_t expected = std::min(count, Left());
         ASSERT_EQ(m_stream->Read(got.data(), count), expected) << "reading " << count;
-        ASSERT_TRUE(std::equal(got.begin(), got.begin() + static_cast<int64_t>(expected),
-                               m_bytes.begin() +
-                                   static_cast<int64_t>(std::min(m_position, m_size))))
+        ASSERT_TRUE(
+            std::equal(got.begin(), got.begin() + static_cast<int64_t>(expected),
+                       m_bytes.begin() + static_cast<int64_t>(std::min(m_position, m_size))))
             << "reading " << count;
         ASSERT_EQ(got[static_cast<size_t>(expected)], 0xA5) << "wrote behind what it read";
         m_position += expected;
@@ -103,7 +103,8 @@ private:
     void Write(uint64_t count) {
         // An empty write behind the end counts as written up to there in some kinds.
         count = std::max<uint64_t>(count, 1);
-        const Bytes fresh = MakeBytes(static_cast<size_t>(count), static_cast<uint32_t>(m_random()));
+        const Bytes fresh =
+            MakeBytes(static_cast<size_t>(count), static_cast<uint32_t>(m_random()));
         const uint64_t expected = m_kind.grows ? count : std::min(count, Left());
         ASSERT_EQ(m_stream->Write(fresh.data(), count), expected) << "writing " << count;
         if (expected != 0) {
@@ -116,19 +117,17 @@ private:
             m_size = std::max(m_size, end);
         }
         m_position += expected;
-        ASSERT_EQ(m_stream->GetLastError(),
-                  expected < count ? kCXResultEndOfStream : kCXResultOK);
+        ASSERT_EQ(m_stream->GetLastError(), expected < count ? kCXResultEndOfStream : kCXResultOK);
     }
 
     void Seek() {
         const int whence = static_cast<int>(Below(m_kind.sizeKnown ? 3 : 2));
         // Short steps around the position are the ones that a window may serve.
-        const uint64_t target =
-            Below(2) == 0 ? Below(m_size + m_size / 8 + 1)
-                          : m_position - std::min(m_position, Below(300)) + Below(300);
+        const uint64_t target = Below(2) == 0
+                                    ? Below(m_size + m_size / 8 + 1)
+                                    : m_position - std::min(m_position, Below(300)) + Below(300);
         const uint64_t origin = whence == 0 ? 0 : whence == 1 ? m_position : m_size;
-        const uint64_t reached =
-            m_stream->Seek(static_cast<int64_t>(target - origin), whence);
+        const uint64_t reached = m_stream->Seek(static_cast<int64_t>(target - origin), whence);
         if (!m_kind.seeks) {
             ASSERT_EQ(reached, target == m_position ? target : 0);
             return;
@@ -175,7 +174,7 @@ private:
 
     const StreamKind& m_kind;
     std::mt19937 m_random;
-    Bytes m_bytes;  ///< what is stored; behind `m_size` what a gap would show again
+    Bytes m_bytes; ///< what is stored; behind `m_size` what a gap would show again
     uint64_t m_size;
     uint64_t m_position = 0;
     std::unique_ptr<StreamUnderTest> m_under;
@@ -199,4 +198,4 @@ TEST_P(StreamRandom, BehavesLikeAVectorOfBytes) {
 INSTANTIATE_TEST_SUITE_P(AllKinds, StreamRandom, testing::ValuesIn(AllStreamKinds()),
                          [](const auto& kind) { return std::string(kind.param.name); });
 
-}  // namespace
+} // namespace
