@@ -128,8 +128,7 @@ void VelPatchConsole::PutData(const char* name, uint64_t value) {
     PutData(name, CXString::Format("%d", value));
 }
 
-bool VelPatchConsole::Ask(const CXString& title, const CXString& detail,
-                          const CXString& question) {
+bool VelPatchConsole::Ask(const CXString& title, const CXString& detail, const CXString& question) {
     EndProgress();
     WriteError(CXString::Format("%s\n", title.GetData()));
     if (!detail.IsEmpty()) {

@@ -11,7 +11,7 @@ struct Level {
     uint32_t seedLength;
     uint32_t step;
     uint64_t leastOld;
-    uint64_t mostIndexed;  // the step grows so that no more old positions than this are indexed
+    uint64_t mostIndexed; // the step grows so that no more old positions than this are indexed
 };
 constexpr Level kLevels[] = {
     {32, 12, 1 << 20, UINT32_MAX - 1},
@@ -24,7 +24,7 @@ constexpr Level kLevels[] = {
 // replace 9, of which the compressor leaves about half, and literal bytes cost less than one each.
 constexpr uint64_t kLeastProfitable = 8;
 
-}  // namespace
+} // namespace
 
 std::vector<VelPatchMatch> VelPatchDiffer::FindMatches() {
     m_matches.clear();
@@ -36,13 +36,13 @@ std::vector<VelPatchMatch> VelPatchDiffer::FindMatches() {
 void VelPatchDiffer::Align(Region region, size_t level) {
     const uint64_t shorter =
         std::min(region.oldEnd - region.oldStart, region.newEnd - region.newStart);
-    const uint64_t prefix = CommonPrefix(m_old.data() + region.oldStart,
-                                         m_new.data() + region.newStart, shorter);
+    const uint64_t prefix =
+        CommonPrefix(m_old.data() + region.oldStart, m_new.data() + region.newStart, shorter);
     Add({region.oldStart, region.newStart, prefix});
     region.oldStart += prefix;
     region.newStart += prefix;
-    const uint64_t suffix = CommonSuffix(m_old.data() + region.oldEnd, m_new.data() + region.newEnd,
-                                         shorter - prefix);
+    const uint64_t suffix =
+        CommonSuffix(m_old.data() + region.oldEnd, m_new.data() + region.newEnd, shorter - prefix);
     region.oldEnd -= suffix;
     region.newEnd -= suffix;
 
@@ -55,8 +55,7 @@ void VelPatchDiffer::Align(Region region, size_t level) {
         const Level& how = kLevels[level];
         VelPatchSeeding seeding;
         seeding.seedLength = how.seedLength;
-        seeding.step =
-            std::max(how.step, static_cast<uint32_t>(oldLength / how.mostIndexed + 1));
+        seeding.step = std::max(how.step, static_cast<uint32_t>(oldLength / how.mostIndexed + 1));
         seeding.mostMatches = std::max<uint64_t>(1 << 18, newLength / 64);
         std::vector<VelPatchMatch> found =
             FindSeedMatches(m_old.subspan(region.oldStart, oldLength),

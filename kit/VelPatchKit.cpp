@@ -84,9 +84,8 @@ int RunMake(const KitOptions& options, VelPatchConsole& console) {
     }
 
     VelPatchMaker maker(making);
-    maker.SetProgress([&](const CXString& text, double fraction) {
-        console.ShowProgress(text, fraction);
-    });
+    maker.SetProgress(
+        [&](const CXString& text, double fraction) { console.ShowProgress(text, fraction); });
     maker.SetStopTest(KitPlatform::IsInterrupted);
     CXString problem;
     const CXResult result = maker.Run(problem);
@@ -236,13 +235,12 @@ int RunApply(const KitOptions& options, VelPatchConsole& console) {
     if (!IsControlUsable(control, console)) {
         return kKitUsage;
     }
-    const CXString data =
-        options.data.empty()
-            ? CXFileSystem::Join(CXFileSystem::GetParent(control), kPatchDataName)
-            : TypedPath(options.data);
+    const CXString data = options.data.empty()
+                              ? CXFileSystem::Join(CXFileSystem::GetParent(control), kPatchDataName)
+                              : TypedPath(options.data);
     if (!CXFileSystem::Exists(data) || CXFileSystem::IsDirectory(data)) {
-        console.Complain(CXString::Format("the data file '%s' is missing; name it with --data",
-                                          data.GetData()));
+        console.Complain(
+            CXString::Format("the data file '%s' is missing; name it with --data", data.GetData()));
         return kKitUsage;
     }
     const CXString target = TypedPath(options.target);

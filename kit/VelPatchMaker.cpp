@@ -74,8 +74,8 @@ CXResult VelPatchMaker::Run(CXString& problem) {
     }
     result = CXFileSystem::CreateDirectories(m_options.outFolder);
     if (result != kCXResultOK) {
-        problem = CXString::Format("'%s' can't be made (result %d)",
-                                   m_options.outFolder.GetData(), result);
+        problem = CXString::Format("'%s' can't be made (result %d)", m_options.outFolder.GetData(),
+                                   result);
         return result;
     }
     // Under names of their own until they are known to be good.
@@ -137,8 +137,8 @@ CXResult VelPatchMaker::WriteData(const CXString& path, CXString& problem) {
     CXStreamFile file;
     file.Open(path, kOpenRead | kOpenWrite | kOpenCreate | kOpenTruncate);
     if (!file.IsOpen()) {
-        problem = CXString::Format("'%s' can't be made (result %d)", path.GetData(),
-                                   file.GetLastError());
+        problem =
+            CXString::Format("'%s' can't be made (result %d)", path.GetData(), file.GetLastError());
         return StreamFailure(file);
     }
     file.SetOption(kCXStreamOptionWriteBuffer, kDataWriteBuffer);
@@ -208,8 +208,8 @@ CXResult VelPatchMaker::WriteRecord(CXStream& data, VelPatchPlannedOperation& pl
     }
     WriteStreamString(data, operation.destinationChecksum);
     if (data.GetLastError() != kCXResultOK) {
-        problem = CXString::Format("the data file can't be written (result %d)",
-                                   data.GetLastError());
+        problem =
+            CXString::Format("the data file can't be written (result %d)", data.GetLastError());
     }
     return data.GetLastError();
 }
@@ -254,7 +254,8 @@ CXResult VelPatchMaker::Publish(const CXString& temporary, const CXString& path,
     CXFileSystem::RecoverBackup(path);
     const CXResult result = CXFileSystem::ReplaceWithBackup(path, temporary);
     if (result != kCXResultOK) {
-        problem = CXString::Format("'%s' can't be put in place (result %d)", path.GetData(), result);
+        problem =
+            CXString::Format("'%s' can't be put in place (result %d)", path.GetData(), result);
     }
     return result;
 }

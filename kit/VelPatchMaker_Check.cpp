@@ -52,9 +52,11 @@ void RemoveTree(const CXString& folder) {
 CXResult VelPatchMaker::Check(const CXString& control, const CXString& data, CXString& problem) {
     const CXString folder = CXFileSystem::Join(m_options.outFolder, kCheckFolderName);
     RemoveTree(folder);
-    Report("checking the patch: copying the old folder", -1);
-    CXResult result = m_options.oldFolder.IsEmpty() ? kCXResultOK
-                                                    : CopyTree(m_oldTree, folder, problem);
+    CXResult result = kCXResultOK;
+    if (!m_options.oldFolder.IsEmpty()) {
+        Report("checking the patch: copying the old folder", -1);
+        result = CopyTree(m_oldTree, folder, problem);
+    }
     if (result == kCXResultOK) {
         VelPatchWatcher watcher;
         watcher.status = [&](const TaskStatus& status) {
@@ -102,13 +104,11 @@ CXResult VelPatchMaker::CompareTarget(const CXString& target, CXString& problem)
         }
         const VelPatchTreeEntry& expected = newEntries[at->second];
         // A folder of the usual mode is left to the user's own mask.
-        const bool isModeRight =
-            entries[i].mode == expected.mode ||
-            (expected.isFolder && expected.mode == kUsualFolderMode);
+        const bool isModeRight = entries[i].mode == expected.mode ||
+                                 (expected.isFolder && expected.mode == kUsualFolderMode);
         if (entries[i].isFolder != expected.isFolder || entries[i].size != expected.size ||
             !isModeRight ||
-            (!expected.isFolder &&
-             result.GetChecksum(i) != m_newTree.GetChecksum(at->second))) {
+            (!expected.isFolder && result.GetChecksum(i) != m_newTree.GetChecksum(at->second))) {
             problem = CXString::Format("the patch failed its self-check: it makes '%s' wrongly",
                                        entries[i].path.GetData());
             return kCXResultFailed;

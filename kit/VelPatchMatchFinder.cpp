@@ -69,9 +69,7 @@ public:
 private:
     static constexpr uint64_t kIndexMask = 0xFFFFFFFFULL;
 
-    uint64_t SlotOf(uint64_t hash) const {
-        return (hash * 0xD6E8FEB86659FD93ULL) >> (64 - m_bits);
-    }
+    uint64_t SlotOf(uint64_t hash) const { return (hash * 0xD6E8FEB86659FD93ULL) >> (64 - m_bits); }
 
     uint32_t m_seedLength;
     uint32_t m_step;
@@ -131,11 +129,10 @@ public:
                 at++;
             }
         }
-        std::sort(m_found.begin(), m_found.end(),
-                  [](const VelPatchMatch& a, const VelPatchMatch& b) {
-                      return a.newStart != b.newStart ? a.newStart < b.newStart
-                                                      : a.oldStart < b.oldStart;
-                  });
+        std::sort(
+            m_found.begin(), m_found.end(), [](const VelPatchMatch& a, const VelPatchMatch& b) {
+                return a.newStart != b.newStart ? a.newStart < b.newStart : a.oldStart < b.oldStart;
+            });
         return std::move(m_found);
     }
 
@@ -182,7 +179,7 @@ private:
     /// Grows the seed at the two positions in both directions and records it, if it is one.
     /// Answers the end of the match in the new range, or 0.
     uint64_t Grow(uint64_t oldAt, uint64_t newAt) {
-        const uint64_t diagonal = oldAt - newAt;  // wraps below zero on purpose
+        const uint64_t diagonal = oldAt - newAt; // wraps below zero on purpose
         if (m_covered.Covers(diagonal, newAt)) {
             return 0;
         }
@@ -253,7 +250,9 @@ private:
 
 // Neighbours may overlap by chance (the bytes around an insertion often agree with both sides);
 // this many bytes are forgiven in the choice and trimmed afterwards.
-uint64_t SlackOf(const VelPatchMatch& match) { return std::min<uint64_t>(match.length / 2, 16); }
+uint64_t SlackOf(const VelPatchMatch& match) {
+    return std::min<uint64_t>(match.length / 2, 16);
+}
 
 bool IsRising(const std::vector<VelPatchMatch>& matches) {
     for (size_t i = 1; i < matches.size(); i++) {
@@ -288,7 +287,7 @@ void TrimOverlaps(std::vector<VelPatchMatch>& matches) {
     matches.resize(kept);
 }
 
-}  // namespace
+} // namespace
 
 uint64_t CommonPrefix(const uint8_t* a, const uint8_t* b, uint64_t limit) {
     uint64_t at = 0;
@@ -374,7 +373,8 @@ void KeepHeaviestChain(std::vector<VelPatchMatch>& matches) {
             const uint32_t done = order[entered++];
             tree.Put(rankOf[done], {scores[done], done});
         }
-        const auto reachable = std::upper_bound(oldEnds.begin(), oldEnds.end(), matches[i].oldStart);
+        const auto reachable =
+            std::upper_bound(oldEnds.begin(), oldEnds.end(), matches[i].oldStart);
         const ChainTree::Best before = tree.Get(static_cast<size_t>(reachable - oldEnds.begin()));
         scores[i] = before.score + matches[i].length;
         previous[i] = before.match;

@@ -20,7 +20,8 @@ bool VelPatchPlan::Make(VelPatchTree& oldTree, VelPatchTree& newTree, CXString& 
     m_new = &newTree;
     m_operations.clear();
     m_warnings.clear();
-    if (!IndexOld(problem) || !CheckNewNames(problem) || !MatchTrees(problem) || !PlanFiles(problem)) {
+    if (!IndexOld(problem) || !CheckNewNames(problem) || !MatchTrees(problem) ||
+        !PlanFiles(problem)) {
         m_operations.clear();
         return false;
     }
@@ -63,8 +64,8 @@ bool VelPatchPlan::CheckNewNames(CXString& problem) {
     for (size_t i = 0; i < entries.size(); i++) {
         const CXString& path = entries[i].path;
         if (!IsSafeOperationPath(path, false)) {
-            problem = CXString::Format("'%s' can't be the name of a file in a patch",
-                                       path.GetData());
+            problem =
+                CXString::Format("'%s' can't be the name of a file in a patch", path.GetData());
             return false;
         }
         const auto [at, isFirst] = seen.emplace(FoldCase(path), i);

@@ -9,7 +9,7 @@
 namespace {
 
 // Short against the task's own steps, long against the cost of a look.
-constexpr uint32_t kPollMilliseconds = 10;
+constexpr uint32_t kPollMilliseconds = 2;
 
 bool HasEnded(const TaskStatus& status) {
     return status.state == kTaskStateFinished || status.state == kTaskStateFailed;

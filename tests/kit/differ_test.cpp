@@ -98,8 +98,8 @@ TEST(Differ, RebuildsWhateverItGets) {
                 break;
             default: { // a block moves
                 Bytes block(newBytes.begin() + static_cast<ptrdiff_t>(at),
-                            newBytes.begin() + static_cast<ptrdiff_t>(
-                                                   std::min(at + 200, newBytes.size())));
+                            newBytes.begin() +
+                                static_cast<ptrdiff_t>(std::min(at + 200, newBytes.size())));
                 Erase(newBytes, at, block.size());
                 Insert(newBytes, newBytes.empty() ? 0 : random() % newBytes.size(), block);
             }

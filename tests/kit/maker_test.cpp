@@ -1,9 +1,9 @@
 // Patches made from pairs of trees, applied by the code that players run.
+#include "app/config/VelPatchConfiguration.h"
 #include "core/CXFileSystem.h"
 #include "kit/VelPatchMaker.h"
 #include "kit/VelPatchRunner.h"
 #include "net/CXURI.h"
-#include "app/config/VelPatchConfiguration.h"
 #include "patch/PatchControl.h"
 #include "tests/support/Environment.h"
 #include "tests/support/LogCapture.h"
@@ -55,8 +55,7 @@ protected:
         m_folder.Remove("target");
         if (fromOld) {
             std::error_code error;
-            std::filesystem::copy(m_folder.Path("old").GetData(),
-                                  m_folder.Path("target").GetData(),
+            std::filesystem::copy(m_folder.Path("old").GetData(), m_folder.Path("target").GetData(),
                                   std::filesystem::copy_options::recursive, error);
             for (const auto& [path, entry] : m_folder.Tree("old")) {
                 if (kHasModes) {
@@ -417,9 +416,8 @@ TEST_F(Maker, ChangedPermissionsSurviveARollback) {
     m_folder.WriteFile("target/z", "1");
     const TreeSnapshot before = m_folder.Tree("target");
     TaskStatus last;
-    EXPECT_EQ(RunPatch(m_folder.Path("out/patch-control.txt"),
-                       m_folder.Path("out/patch-data.bin"), m_folder.Path("target"),
-                       VelPatchWatcher(), last),
+    EXPECT_EQ(RunPatch(m_folder.Path("out/patch-control.txt"), m_folder.Path("out/patch-data.bin"),
+                       m_folder.Path("target"), VelPatchWatcher(), last),
               VelPatchOutcome::Failed);
     EXPECT_EQ(m_folder.Tree("target"), before);
 }
