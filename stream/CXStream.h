@@ -94,8 +94,7 @@ public:
     /// Returns the bytes read. A short count at the end stores kCXResultEndOfStream and
     /// kCXStreamEnd.
     uint64_t Read(void* data, uint64_t count) {
-        if (m_windowBase != nullptr && m_cursor >= m_windowBase && m_readLimit >= m_cursor &&
-            count <= static_cast<uint64_t>(m_readLimit - m_cursor)) {
+        if (HoldsInWindow(count)) {
             if (count != 0) {
                 std::memcpy(data, m_cursor, static_cast<size_t>(count));
             }
@@ -108,8 +107,7 @@ public:
     /// Returns the bytes written.
     uint64_t Write(const void* data, uint64_t count) {
         uint64_t written;
-        if (m_windowBase != nullptr && m_cursor >= m_windowBase && m_writeLimit >= m_cursor &&
-            count <= static_cast<uint64_t>(m_writeLimit - m_cursor)) {
+        if (HasRoomInWindow(count)) {
             if (count < 9) {
                 const uint8_t* from = static_cast<const uint8_t*>(data);
                 for (uint64_t i = 0; i < count; ++i) {
@@ -212,7 +210,14 @@ public:
     /// 16,384 bytes, announcing the count to the destination first. Fails with the last error of
     /// the stream that fell short, or kCXResultFailed; bytes already written stay written.
     static CXResult Copy(CXStream& destination, CXStream& source, uint64_t count,
-                         const CXStreamCopyOptions* options = nullptr);
+                         const CXStreamCopyOptions* options = nullptr) {
+        if (options == nullptr && !destination.m_takesReserve && source.HoldsInWindow(count) &&
+            destination.HasRoomInWindow(count)) {
+            CopyWindow(destination, source, static_cast<size_t>(count));
+            return kCXResultOK;
+        }
+        return CopyPieces(destination, source, count, options);
+    }
 
     // ---- The window; derived classes keep it correct after every call ----
 
@@ -225,6 +230,9 @@ public:
     uint8_t* m_writtenEnd = nullptr; ///< high-water mark of bytes written into the window
     uint8_t* m_readLimit = nullptr;  ///< end of the bytes that may be read
     uint64_t m_windowOffset = 0;     ///< position in the stream of the window's start
+    /// False: `SetOption` does nothing with kCXStreamOptionReserve, so a copy that fits the windows
+    /// doesn't call it. Such a stream is never both windows of one copy.
+    bool m_takesReserve = true;
 
 protected:
     /// A short read met the end.
@@ -237,6 +245,26 @@ protected:
         m_windowBase = m_cursor = m_writeLimit = m_writtenEnd = m_readLimit = nullptr;
         m_windowOffset = position;
     }
+
+private:
+    bool HoldsInWindow(uint64_t count) const {
+        return m_windowBase != nullptr && m_cursor >= m_windowBase && m_readLimit >= m_cursor &&
+               count <= static_cast<uint64_t>(m_readLimit - m_cursor);
+    }
+    bool HasRoomInWindow(uint64_t count) const {
+        return m_windowBase != nullptr && m_cursor >= m_windowBase && m_writeLimit >= m_cursor &&
+               count <= static_cast<uint64_t>(m_writeLimit - m_cursor);
+    }
+    static void CopyWindow(CXStream& destination, CXStream& source, size_t count) {
+        std::memcpy(destination.m_cursor, source.m_cursor, count);
+        source.m_cursor += count;
+        destination.m_cursor += count;
+        if (destination.m_writtenEnd < destination.m_cursor) {
+            destination.m_writtenEnd = destination.m_cursor;
+        }
+    }
+    static CXResult CopyPieces(CXStream& destination, CXStream& source, uint64_t count,
+                               const CXStreamCopyOptions* options);
 };
 
 inline bool CXStream::ReadU8(uint8_t& out) {
