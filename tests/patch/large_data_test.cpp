@@ -20,11 +20,25 @@ std::string Noise(size_t size, uint32_t seed) {
     return bytes;
 }
 
+/// The patch is made once: packing it takes longer than a run.
 struct Large {
     std::string oldContents = Noise(2500000, 1);
     std::string newContents =
         oldContents.substr(0, 900000) + Noise(1300000, 2) + oldContents.substr(1000000);
     std::string fresh = Noise(1000000, 3);
+    std::string control;
+    std::string packed;
+
+    Large() {
+        PatchWorld world;
+        world.WritePatch({CreateFileOp("one.bin", fresh),
+                          EditOp("big.bin", "big.bin", oldContents, newContents),
+                          CreateFileOp("two.bin", fresh)});
+        packed = world.ReadFile("data.bin");
+        // Spoilt data is to reach the inflater.
+        control = std::regex_replace(world.ReadFile("control.txt"),
+                                     std::regex("datafile(size|checksum)[^\n]*\n"), "");
+    }
 };
 
 struct LargeRun {
@@ -38,15 +52,10 @@ LargeRun RunLarge(const Large& data, const std::function<void(std::string&)>& sp
     LargeRun run;
     PatchWorld world;
     world.WriteTarget({{"big.bin", data.oldContents}});
-    world.WritePatch({CreateFileOp("one.bin", data.fresh),
-                      EditOp("big.bin", "big.bin", data.oldContents, data.newContents),
-                      CreateFileOp("two.bin", data.fresh)});
-    std::string packed = world.ReadFile("data.bin");
+    std::string packed = data.packed;
     spoil(packed);
     world.WriteFile("data.bin", packed);
-    world.WriteFile("control.txt",
-                    std::regex_replace(world.ReadFile("control.txt"),
-                                       std::regex("datafile(size|checksum)[^\n]*\n"), ""));
+    world.WriteFile("control.txt", data.control);
     FaultFileDriver driver;
     driver.SetVolumes(std::vector<CXVolume>{{world.Text("product"), UINT64_MAX}});
     {
