@@ -138,12 +138,19 @@ TEST(OperationPaths, StayInsideTheTarget) {
         {"patcher-temp /x", true, false},
         {"a/.. ./.. ./b", true, false},
         {" /x", true, false},
+        {"sub/nul", true, false},
+        {"COM1.txt", true, false},
+        {"a/aux ", true, false},
+        {"auxiliary/com10", true, true},
+        {"a*b", true, false},
     };
     for (const Case& test : cases) {
         EXPECT_EQ(IsSafeOperationPath(test.path, false), test.posix) << test.path;
         EXPECT_EQ(IsSafeOperationPath(test.path, true), test.windows) << test.path;
     }
     EXPECT_FALSE(IsSafeOperationPath(absl::string_view("a\0b", 3), false));
+    EXPECT_TRUE(IsSafeOperationPath(std::string(4096, 'a'), false));
+    EXPECT_FALSE(IsSafeOperationPath(std::string(4097, 'a'), false));
 }
 
 } // namespace
