@@ -66,7 +66,8 @@ void VelPatchTask_ApplyFilePatches::ResetRun() {
 bool VelPatchTask_ApplyFilePatches::ReadControl() {
     SetStatus(kTaskStateBusy, 0.0F, GetLocalisedString("$velpatch_task_reading_configuration"));
     for (;;) {
-        const CXResult result = LoadControlFile(m_controlURI, m_control);
+        const CXResult result =
+            LoadControlFile(m_controlURI, m_control, [this](const CXString& line) { Log(line); });
         if (result == kCXResultOK) {
             return true;
         }

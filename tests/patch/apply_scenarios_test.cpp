@@ -431,6 +431,7 @@ TEST(ApplyTask, RefusesPathsThatLeaveTheTarget) {
         const RunResult result = world.Run();
         EXPECT_EQ(result.status.state, static_cast<uint32_t>(kTaskStateFailed));
         EXPECT_EQ(result.status.failureTitle, "$velpatch_task_failed_read_source_data");
+        EXPECT_TRUE(result.LogHas("path leaves the target: '" + std::string(path) + "'"));
         EXPECT_EQ(world.ReadTarget(), (Tree{{"a.txt", kOld}}));
         EXPECT_FALSE(std::filesystem::exists(world.Path("out.txt")));
     }
