@@ -462,6 +462,23 @@ TEST(ApplyTask, InstallsIntoAFolderThatIsNotThere) {
     EXPECT_EQ(status.failureTitle, "$velpatch_task_invalid_input_filepath");
 }
 
+TEST(ApplyTask, AFileInPlaceOfAFolderGetsNoFoldersMode) {
+    PatchWorld world;
+    world.WriteTarget({{"f/x", "1"}});
+    world.WritePatch({DeleteFileOp("f/x"), DeleteFolderOp("f"),
+                      CreateFileOp("f", "file").With([](TestOperation& o) {
+                          o.source = o.destination;
+                          o.flags = 2;
+                      })});
+    EXPECT_EQ(world.Run().status.state, static_cast<uint32_t>(kTaskStateFinished));
+    EXPECT_EQ(world.ReadTarget(), (Tree{{"f", "file"}}));
+    if (!CXFileSystem::HasWindowsPaths()) {
+        using std::filesystem::perms;
+        EXPECT_EQ(std::filesystem::status(world.Path("game/f")).permissions() & perms::owner_exec,
+                  perms::none);
+    }
+}
+
 // ---- Stop, prompts, repeated runs ----
 
 TEST(ApplyTask, StopAtReadyChangesNothing) {
