@@ -170,7 +170,8 @@ bool VelPatchTask_ApplyFilePatches::OpenDataFile() {
     }
     m_totalEffort = total.Get() == 0 ? 1 : total.Get();
     m_doneEffort = 0;
-    if (!CXFileSystem::Exists(m_dataPath) && !AssembleDataFile()) {
+    // Without a data address, and only then, a missing file means discs.
+    if (m_dataURI.IsEmpty() && !CXFileSystem::Exists(m_dataPath) && !AssembleDataFile()) {
         return false;
     }
 

@@ -351,6 +351,36 @@ TEST(Faults, PowerCutAtEveryChangeKeepsOldOrNew) {
     }
 }
 
+TEST(Faults, LostWritesShowWithoutAChecksum) {
+    const auto unchecked = [](TestOperation& operation) { operation.recordChecksum = ""; };
+    for (const TestOperation& operation :
+         {CreateFileOp("f.bin", kFresh), EditOp("a.txt", "f.bin", kOldText, kNewText),
+          MoveOp("a.txt", "f.bin", kOldText)}) {
+        SCOPED_TRACE(operation.command);
+        PatchWorld world;
+        world.WriteTarget({{"a.txt", kOldText}});
+        world.WritePatch({operation.With(unchecked)});
+        FaultFileDriver driver;
+        driver.Fail(FileFault::Full, 1, 1, FileOp::Write, "f.bin");
+        const ScopedFileDriver use(driver);
+        EXPECT_EQ(world.Run().status.state, static_cast<uint32_t>(kTaskStateFailed));
+    }
+}
+
+TEST(Faults, AStatedDataFileIsNeverLookedForOnDiscs) {
+    PatchWorld world;
+    world.WriteTarget({});
+    world.WritePatch({CreateFileOp("a", "a")});
+    world.discPrompt = [](const CXString&, const CXString&, const std::function<bool()>&) {
+        ADD_FAILURE() << "asked for a disc";
+        return CXString();
+    };
+    FaultFileDriver driver;
+    driver.Fail(FileFault::Device, 2, 9, FileOp::GetAttributes, "data.bin");
+    const ScopedFileDriver use(driver);
+    EXPECT_EQ(world.Run().status.state, static_cast<uint32_t>(kTaskStateFinished));
+}
+
 TEST(Faults, LinksThatLeadOutOfTheTarget) {
     struct Case {
         const char* name;

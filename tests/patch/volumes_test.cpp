@@ -3,7 +3,9 @@
 #include "patch/PatchPaths.h"
 #include "patch/PatchVolumes.h"
 #include "stream/CXStreamDynamicBuffer.h"
+#include "stream/CXStreamFile.h"
 #include "tests/patch/PatchScenario.h"
+#include "tests/support/FaultFileDriver.h"
 
 #include <gtest/gtest.h>
 
@@ -57,6 +59,23 @@ TEST(Volumes, OneVolumeIsJudgedWhole) {
         EXPECT_FALSE(CopyVolumePayload(output, world.Text("v.bin"), "", 1, count)) << cut;
         EXPECT_EQ(output.GetSize(), 0U);
     }
+}
+
+TEST(Volumes, APayloadThatStaysInTheBufferIsNoSuccess) {
+    PatchWorld world;
+    world.WriteFile("v.bin", Volume(1, 2, "payload"));
+    FaultFileDriver driver;
+    const ScopedFileDriver use(driver);
+    CXStreamFile output;
+    output.Open(world.Text("out.bin"), kOpenWrite | kOpenCreate | kOpenTruncate);
+    output.Write("front", 5);
+    output.Flush();
+    uint32_t count = 2;
+    driver.Fail(FileFault::Full, 1, 1, FileOp::Write, "out.bin");
+    EXPECT_FALSE(CopyVolumePayload(output, world.Text("v.bin"), "", 1, count));
+    EXPECT_TRUE(CopyVolumePayload(output, world.Text("v.bin"), "", 1, count));
+    output.Close();
+    EXPECT_EQ(world.ReadFile("out.bin"), "frontpayload");
 }
 
 TEST(Volumes, PatchFromDiscsWithPrompts) {
