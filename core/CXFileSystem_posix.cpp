@@ -19,7 +19,7 @@ CXString GetVariable(const char* name) {
 }
 
 CXString GetHome() {
-    const CXString home = GetVariable("HOME");
+    CXString home = GetVariable("HOME");
     if (!home.IsEmpty()) {
         return home;
     }
@@ -106,7 +106,7 @@ CXString CXFileSystem::GetModulePath() {
 
 CXString CXFileSystem::GetCurrentDirectory() {
     char* path = getcwd(nullptr, 0);
-    const CXString folder(path);
+    CXString folder(path);
     free(path);
     return folder;
 }

@@ -3,6 +3,7 @@
 #include "core/CXLocalisation.h"
 #include "patch/BinaryDiff.h"
 #include "patch/VelPatchTask_ApplyFilePatches.h"
+#include "stream/CXStreamConcat.h"
 #include "stream/CXStreamSubfile.h"
 #include "stream/CXStreamTools.h"
 
@@ -11,6 +12,8 @@ namespace {
 /// Bytes of a checksum that are read at most, sound ones having 32. Behind the inflater stands
 /// whatever a hostile file packs into a thousandth of its size.
 constexpr uint32_t kLongestChecksum = 65536;
+
+constexpr uint64_t kDiffReadBuffer = 16384;
 
 CXString DetailWithCode(const char* key, CXResult code) {
     return FormatLocalisedString(key, static_cast<int64_t>(code));
@@ -80,10 +83,15 @@ bool VelPatchTask_ApplyFilePatches::PerformBinaryDiff(CXStream& source, CXStream
             data.GetLastError());
         return false;
     }
-    CXStreamSubfile window;
-    window.Open(data, data.GetPosition(), size);
+    // A diff is mostly fields of a few bytes, so its window gets a read buffer; what that reads
+    // ahead doesn't matter, since closing moves the data stream to the window's end.
+    auto window = std::make_unique<CXStreamSubfile>();
+    window->Open(data, data.GetPosition(), size);
+    CXStreamConcat diff;
+    diff.SetOption(kCXStreamOptionReadBuffer, kDiffReadBuffer);
+    diff.Append(std::move(window));
     CXString message;
-    CXResult applied = ApplyDiffFromStream(source, target, window, message);
+    CXResult applied = ApplyDiffFromStream(source, target, diff, message);
     if (applied == kCXResultOK) {
         applied = WriteOut(target);
     }
@@ -94,10 +102,10 @@ bool VelPatchTask_ApplyFilePatches::PerformBinaryDiff(CXStream& source, CXStream
         LogFormat(
             "VelPatchTask_ApplyFilePatches::PerformBinaryDiff> failed to apply diff. result %d",
             applied);
-        window.Close();
+        diff.Close();
         return false;
     }
-    window.Close();
+    diff.Close();
     CXString stated;
     ReadStreamString(data, stated, kLongestChecksum);
     if (data.GetLastError() != kCXResultOK) {

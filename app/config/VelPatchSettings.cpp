@@ -17,9 +17,17 @@ constexpr size_t kVersionBytes = 4;
 constexpr char kOwnerOnlyFolder[] = "posix:0700";
 constexpr char kOwnerOnlyFile[] = "posix:0600";
 
+CXString& BaseFolderOverride() {
+    static CXString folder;
+    return folder;
+}
+
 /// Path of the settings file, its folder made if missing; empty if the system can't name a place.
 CXString PrepareSettingsPath(const CXString& bundleId) {
-    const CXString base = CXFileSystem::GetKnownFolder(CXFileSystem::KnownFolder::LocalAppData);
+    const CXString base =
+        BaseFolderOverride().IsEmpty()
+            ? CXFileSystem::GetKnownFolder(CXFileSystem::KnownFolder::LocalAppData)
+            : BaseFolderOverride();
     if (base.IsEmpty()) {
         return CXString();
     }
@@ -77,6 +85,10 @@ CXString EncodeRecord(const VelPatchSettings& settings) {
 }
 
 } // namespace
+
+void SetSettingsBaseFolder(const CXString& folder) {
+    BaseFolderOverride() = folder;
+}
 
 CXString SettingsKeyOfTarget(const CXString& target) {
     CXString key = CXFileSystem::StripTrailingSeparators(

@@ -35,3 +35,6 @@ void ApplySettingsOverride(VelPatchSettings& settings, const CXString& encoded);
 /// The name under which a target's record is kept: the normalised path without trailing
 /// separators, ASCII letters in lower case.
 CXString SettingsKeyOfTarget(const CXString& target);
+
+/// Replaces the user's data folder, below which the settings lie (for tests); empty restores it.
+void SetSettingsBaseFolder(const CXString& folder);

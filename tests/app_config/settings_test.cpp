@@ -1,0 +1,210 @@
+#include "app/config/VelPatchSettings.h"
+
+#include "core/CXEncoding.h"
+#include "core/CXStringEdit.h"
+#include "dn/DNMemoryValue.h"
+#include "dn/TextConfig.h"
+#include "tests/support/FaultFileDriver.h"
+#include "tests/support/TempFolder.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace {
+
+constexpr char kFile[] = "user/com.example.game/velpatch-settings.dat";
+
+std::string Text(const CXString& text) {
+    return std::string(text.GetData(), text.GetLength());
+}
+
+std::string Encode(const std::string& text) {
+    CXStringEdit edit;
+    Base64Encode(text.data(), text.size(), edit);
+    return std::string(edit.GetData(), edit.GetLength());
+}
+
+/// All saved fields in one line.
+std::string Show(const VelPatchSettings& settings) {
+    return Text(settings.username) + "|" + Text(settings.password) + "|" + Text(settings.streamId) +
+           "|" + Text(settings.streamName) + "|" + Text(settings.patchControlFile) + "|" +
+           Text(settings.patchDataFile);
+}
+
+VelPatchSettings Sample() {
+    VelPatchSettings settings;
+    settings.username = "anna";
+    settings.password = "p\"w\r\n";
+    settings.streams["id"] = "not saved";
+    settings.streamId = "beta";
+    settings.streamName = "B\xC3\xA9ta";
+    settings.patchControlFile = "https://host/c";
+    settings.patchDataFile = "https://host/d";
+    return settings;
+}
+
+class Settings : public testing::Test {
+protected:
+    void SetUp() override { SetSettingsBaseFolder(folder.Path("user")); }
+    void TearDown() override { SetSettingsBaseFolder(CXString()); }
+
+    static VelPatchSettings Load(const char* target) {
+        VelPatchSettings settings = Sample(); // must not shine through
+        LoadSettings(settings, "com.example.game", target);
+        EXPECT_TRUE(settings.streams.empty());
+        return settings;
+    }
+
+    /// A settings file whose one record has this value.
+    void WriteRecord(const std::string& value) const {
+        std::string quoted;
+        for (const char byte : value) {
+            quoted += byte == '"' ? std::string("\"\"") : std::string(1, byte);
+        }
+        folder.WriteFile(kFile, "\"/game\" \"" + quoted + "\"\r");
+    }
+
+    TempFolder folder;
+};
+
+TEST_F(Settings, RecordsOfSeveralTargets) {
+    EXPECT_EQ(Show(Load("/game")), "|||||") << "no file yet";
+    SaveSettings(Sample(), "com.example.game", "/game");
+    VelPatchSettings other;
+    other.username = "bert";
+    SaveSettings(other, "com.example.game", "/other");
+    EXPECT_EQ(Show(Load("/game")), Show(Sample()));
+    EXPECT_EQ(Show(Load("/other")), "bert|||||");
+    EXPECT_EQ(Show(Load("")), "|||||");
+    LoadSettings(other, "com.example.second", "/game");
+    EXPECT_EQ(Show(other), "|||||") << "another product, another file";
+    EXPECT_FALSE(folder.Has(std::string(kFile) + ".tmp"));
+    EXPECT_FALSE(folder.Has(std::string(kFile) + ".abku"));
+    const unsigned mode = folder.GetMode(kFile);
+    EXPECT_TRUE(mode == 0600 || mode == 0) << "for its owner alone, where modes exist";
+
+    // The file is text; a value is the version word and Base64 of the strings.
+    SaveSettings(VelPatchSettings(), "com.example.game", "/game");
+    const std::string expected = std::string("\"/game\" \"\0\0\0\1AAAAAAAA\"\r", 23);
+    EXPECT_EQ(folder.ReadFile(kFile).substr(0, expected.size()), expected);
+}
+
+TEST_F(Settings, KeysOfTargets) {
+    const struct {
+        const char* target;
+        const char* key;
+    } cases[] = {
+        {"C:\\Games\\Foo\\", "c:/games/foo"},
+        {"c:/games/foo", "c:/games/foo"},
+        {"C:/Games/x/../\xC3\x9Cnit//", "c:/games/\xC3\x9Cnit"},
+        {"/Games/./Foo/", "/games/foo"},
+        {"/", "/"},
+    };
+    for (const auto& one : cases) {
+        EXPECT_EQ(Text(SettingsKeyOfTarget(one.target)), one.key) << one.target;
+    }
+    SaveSettings(Sample(), "com.example.game", "C:\\Games\\Foo\\");
+    EXPECT_EQ(Show(Load("c:/games/foo")), Show(Sample()));
+}
+
+TEST_F(Settings, RecordForms) {
+    const auto string = [](const std::string& text) {
+        return std::string(1, static_cast<char>(text.size())) + text;
+    };
+    const std::string four = string("a") + string("b") + string("c") + string("d");
+    const std::string version0("\0\0\0\0", 4);
+    const std::string version1("\0\0\0\1", 4);
+    const std::string longForm("\xFF\0\0\1\0", 5);
+    const struct {
+        const char* what;
+        std::string value;
+        std::string shown;
+    } cases[] = {
+        {"first version", version0 + Encode(four + string("e") + string("f")), "a|b|c|d||"},
+        {"second version", version1 + Encode(four + string("e") + string("f")), "a|b|c|d|e|f"},
+        {"later version", std::string("\0\0\0\2", 4) + Encode(four), "|||||"},
+        {"top bit of the version", std::string("\x80\0\0\0", 4) + Encode(four), "|||||"},
+        {"short version", std::string("\0\0\0", 3), "|||||"},
+        {"no body", version1, "|||||"},
+        {"cut body", version1 + Encode(four), "a|b|c|d||"},
+        {"cut string", version1 + Encode(string("a") + "\x05xy"), "a|||||"},
+        {"blanks in the body",
+         version1 + " " + Encode(four).substr(0, 3) + "\n\t" + Encode(four).substr(3), "a|b|c|d||"},
+        {"bad Base64", version1 + "AW=x", "|||||"},
+        {"open group", version1 + "AWE", "|||||"},
+        {"long string", version0 + Encode(longForm + std::string(256, 'x') + string("b")),
+         std::string(256, 'x') + "|b||||"},
+        {"false length", version1 + Encode(std::string("\xFF\x7F\0\0\0", 5) + "abc" + four),
+         "|||||"},
+        {"forbidden length", version1 + Encode("\xFF\xFF\xFF\xFF\xFF" + four), "|||||"},
+    };
+    for (const auto& one : cases) {
+        WriteRecord(one.value);
+        EXPECT_EQ(Show(Load("/GAME/")), one.shown) << one.what;
+    }
+    folder.WriteFile(kFile, std::string("\0\xFF}{\"", 5));
+    EXPECT_EQ(Show(Load("/game")), "|||||");
+
+    // Where the length of a text changes its form.
+    for (const size_t length : {254u, 255u, 5000u}) {
+        VelPatchSettings settings;
+        settings.streamName = CXString(std::string(length, 'n').c_str());
+        SaveSettings(settings, "com.example.game", "/game");
+        EXPECT_EQ(Load("/game").streamName.GetLength(), length);
+    }
+}
+
+TEST_F(Settings, InterruptedReplaceIsRecovered) {
+    SaveSettings(Sample(), "com.example.game", "/game");
+    const std::string old = folder.ReadFile(kFile);
+    folder.WriteFile(std::string(kFile) + ".abku", old);
+    folder.Remove(kFile);
+    EXPECT_EQ(Show(Load("/game")), Show(Sample()));
+    EXPECT_TRUE(folder.Has(kFile));
+    EXPECT_FALSE(folder.Has(std::string(kFile) + ".abku"));
+
+    // Whatever call fails, the old or the new record is there afterwards.
+    VelPatchSettings changed = Sample();
+    changed.username = "bert";
+    uint64_t failed = 0;
+    for (uint64_t call = 1;; ++call) {
+        FaultFileDriver driver;
+        driver.Fail(FileFault::Full, call, call, FileOp::Changing);
+        CXFileDriver* const earlier = CXFileDriver::SetCurrent(&driver);
+        SaveSettings(changed, "com.example.game", "/game");
+        CXFileDriver::SetCurrent(earlier);
+        const std::string now = Show(Load("/game"));
+        EXPECT_TRUE(now == Show(Sample()) || now == Show(changed)) << call << ": " << now;
+        if (driver.CountFaults() == 0) {
+            EXPECT_EQ(now, Show(changed));
+            break;
+        }
+        ++failed;
+        SaveSettings(Sample(), "com.example.game", "/game");
+    }
+    EXPECT_GT(failed, 4u);
+}
+
+TEST_F(Settings, Override) {
+    const struct {
+        std::string text;
+        std::string shown;
+    } cases[] = {
+        {Encode("username \"new one\"\npassword 12\nstream-id gamma"), "new one|12|gamma"},
+        {Encode("username\nstream-id `WHITEOUT`\nother x"), "|p\"w\r\n|"},
+        {Encode("deeper { username x\n}"), "anna|p\"w\r\n|beta"},
+        {"no Base64!", "anna|p\"w\r\n|beta"},
+        {"", "anna|p\"w\r\n|beta"},
+    };
+    for (const auto& one : cases) {
+        VelPatchSettings settings = Sample();
+        ApplySettingsOverride(settings, CXString(one.text.c_str()));
+        EXPECT_EQ(Text(settings.username) + "|" + Text(settings.password) + "|" +
+                      Text(settings.streamId),
+                  one.shown);
+        EXPECT_EQ(settings.streams.size(), 1u);
+    }
+}
+
+} // namespace
