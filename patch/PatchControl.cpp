@@ -1,6 +1,5 @@
 #include "patch/PatchControl.h"
 
-#include "core/CXLog.h"
 #include "core/CXText.h"
 #include "dn/DNValue.h"
 #include "dn/DNValueRef.h"
@@ -23,7 +22,8 @@ DNValueRef ReadTree(const CXString& path) {
 
 } // namespace
 
-CXResult LoadControlFile(const CXURI& uri, PatchControl& out) {
+CXResult LoadControlFile(const CXURI& uri, PatchControl& out,
+                         const std::function<void(const CXString&)>& log) {
     DNValueRef tree;
     if (EqualsNoCase(uri.scheme, "file")) {
         tree = ReadTree(uri.ToFilePath());
@@ -39,8 +39,9 @@ CXResult LoadControlFile(const CXURI& uri, PatchControl& out) {
     ReadOperations(*tree, control.operations);
     CXString offender;
     if (!AreOperationPathsSafe(control.operations, offender)) {
-        CXLogFormat("VelPatchTask_ApplyFilePatches::LoadControlFile> path leaves the target: '%s'",
-                    offender.GetData());
+        log(CXString::Format(
+            "VelPatchTask_ApplyFilePatches::LoadControlFile> path leaves the target: '%s'",
+            offender.GetData()));
         return kCXResultBadData;
     }
     control.dataSize = tree->Get("datafilesize")->GetInt64();
