@@ -1,5 +1,6 @@
 #include "patch/PatchControl.h"
 
+#include "core/CXLog.h"
 #include "core/CXText.h"
 #include "dn/DNValue.h"
 #include "dn/DNValueRef.h"
@@ -48,9 +49,14 @@ CXResult LoadControlFile(const CXURI& uri, PatchControl& out,
     ReadOperations(*tree, control.operations);
     CXString offender;
     if (!AreOperationPathsSafe(control.operations, offender)) {
-        log(CXString::Format(
+        const CXString line = CXString::Format(
             "VelPatchTask_ApplyFilePatches::LoadControlFile> path leaves the target: '%s'",
-            offender.GetData()));
+            offender.GetData());
+        if (log) {
+            log(line);
+        } else {
+            CXLog(line);
+        }
         return kCXResultBadData;
     }
     control.dataSize = tree->Get("datafilesize")->GetInt64();

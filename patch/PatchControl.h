@@ -24,4 +24,4 @@ struct PatchControl {
 /// 2 or more is kCXResultUnusable, an operation whose path leaves the target kCXResultBadData. On
 /// failure `out` is unchanged. `log` receives the diagnostic lines.
 CXResult LoadControlFile(const CXURI& uri, PatchControl& out,
-                         const std::function<void(const CXString&)>& log);
+                         const std::function<void(const CXString&)>& log = nullptr);
