@@ -54,6 +54,8 @@ struct CXFileAttributes {
     uint64_t size = 0;
     uint32_t mode = 0;    ///< POSIX permission bits; 0 elsewhere
     int64_t modified = 0; ///< ms since the Unix epoch
+    uint64_t device = 0;  ///< with `serial` tells files apart
+    uint64_t serial = 0;  ///< 0 where the sharing rules of openings keep a file from two uses
 };
 
 /// One entry of a folder.

@@ -97,7 +97,8 @@ CXResult DeleteDirectory(const CXString& path);
 /// Removes a tree. Links are removed, never followed. Goes on after a failure; the first failure
 /// is the result. Empty and root paths are refused with kCXResultAccessDenied.
 CXResult DeleteRecursive(const CXString& path);
-/// Copies one file's bytes and mode, links followed. On failure no partial copy stays.
+/// Copies one file's bytes and mode, links followed. On failure no partial copy stays. A file onto
+/// itself, also by another name of it, is kCXResultAccessDenied.
 CXResult CopyFile(const CXString& source, const CXString& destination, bool overwrite);
 /// Copies a tree; stops at the first failure. Links to files become files, a link to a folder is
 /// a failure, and so is a destination inside the source.
@@ -156,4 +157,4 @@ CXResult Launch(const CXString& program, const std::vector<CXString>& arguments,
 /// Opens an address in the user's browser.
 CXResult OpenURL(const CXString& url);
 
-}  // namespace CXFileSystem
+} // namespace CXFileSystem
