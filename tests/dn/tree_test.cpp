@@ -55,7 +55,7 @@ public:
         }
         heard += ";";
         if (keep && message.Is("DNValue::releaseValue")) {
-            kept = static_cast<DNValue*>(message.GetSource());
+            kept = static_cast<const CXMessageDNValueParam&>(message).GetValue();
         }
         return kCXResultOK;
     }
@@ -295,6 +295,9 @@ TEST(DNValue, MetaAndDebugTexts) {
                                     "k: folder\n"
                                     "  k: y\n  v: 3\n");
     EXPECT_EQ(Text(leaf->Dump()), "v: 2\n");
+    EXPECT_EQ(
+        Text(CXMessageTarget::ToString(leaf.Get())).rfind("CXMessageTarget{DNMemoryDataValue{", 0),
+        0u);
 }
 
 TEST(DNStdIndexedValue, ViewsAVector) {
@@ -330,7 +333,7 @@ TEST(DNValue, SharedReferencesAndIteratorsAcrossThreads) {
         readers.emplace_back([&shared, &stop] {
             while (!stop.load(std::memory_order_relaxed)) {
                 const DNValueRef mine = DNValueRef::FromShared(shared);
-                EXPECT_EQ(mine->ChildAt(3)->GetInt(), 3);
+                EXPECT_EQ(mine->Get(DNData::Int(3))->GetInt(), 3);
             }
         });
     }
