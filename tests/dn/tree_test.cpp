@@ -333,7 +333,7 @@ TEST(DNValue, SharedReferencesAndIteratorsAcrossThreads) {
         readers.emplace_back([&shared, &stop] {
             while (!stop.load(std::memory_order_relaxed)) {
                 const DNValueRef mine = DNValueRef::FromShared(shared);
-                EXPECT_EQ(mine->Get(DNData::Int(3))->GetInt(), 3);
+                EXPECT_EQ(mine->ChildAt(3)->GetInt(), 3);
             }
         });
     }
@@ -343,6 +343,16 @@ TEST(DNValue, SharedReferencesAndIteratorsAcrossThreads) {
     stop = true;
     for (std::thread& reader : readers) {
         reader.join();
+    }
+
+    const DNValueRef unindexed = Filled(16); // the first look-up is what makes its index
+    std::vector<std::thread> seekers;
+    for (int i = 0; i < 3; ++i) {
+        seekers.emplace_back(
+            [&unindexed] { EXPECT_EQ(unindexed->Get(DNData::Int(15))->GetInt(), 15); });
+    }
+    for (std::thread& seeker : seekers) {
+        seeker.join();
     }
 
     const DNValueRef folder = Filled(2000);
