@@ -202,7 +202,9 @@ bool IsControlUsable(const CXString& path, VelPatchConsole& console) {
     }
     file.Close();
     PatchControl control;
-    const CXResult result = LoadControlFile(CXURI(FileURIOfPath(path)), control);
+    const CXResult result =
+        LoadControlFile(CXURI(FileURIOfPath(path)), control,
+                        [&console](const CXString& line) { console.Complain(line); });
     if (result != kCXResultOK) {
         console.Complain(CXString::Format("'%s' is not a control file that can be used (result %d)",
                                           path.GetData(), result));
@@ -337,6 +339,7 @@ int RunKit(const std::vector<std::string>& arguments) {
     DefineApply(app, options);
 
     std::vector<const char*> pointers;
+    pointers.reserve(arguments.size());
     for (const std::string& argument : arguments) {
         pointers.push_back(argument.c_str());
     }

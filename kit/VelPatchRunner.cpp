@@ -10,10 +10,6 @@ namespace {
 // Short for a person who looks on, long against the cost of a look. The end is told at once.
 constexpr uint32_t kPollMilliseconds = 10;
 
-bool HasEnded(const TaskStatus& status) {
-    return status.state == kTaskStateFinished || status.state == kTaskStateFailed;
-}
-
 } // namespace
 
 VelPatchOutcome RunPatch(const CXString& control, const CXString& data, const CXString& target,
@@ -24,7 +20,9 @@ VelPatchOutcome RunPatch(const CXString& control, const CXString& data, const CX
     bool isStopping = false;
     if (task.Begin(CXFileSystem::MakeAbsolute(target))) {
         task.Go();
-        for (task.GetStatus(last); !HasEnded(last); task.GetStatus(last)) {
+        // The thread tells the end, not the state: while an answer waits to be seen the state looks
+        // like that of a failed task.
+        for (task.GetStatus(last); task.IsRunning(); task.GetStatus(last)) {
             if (watcher.status) {
                 watcher.status(last);
             }
