@@ -4,7 +4,8 @@
 #include <atomic>
 
 /// Reads and writes like a T, each load and store whole but without any order among them. The
-/// compound operators are a load and a store: threads that change the value agree on a lock.
+/// compound operators (for integers) change the value in one step, so that threads which set
+/// different bits don't lose each other's.
 template <typename T> class CXRelaxed {
 public:
     CXRelaxed(T value) : m_value(value) {}
@@ -15,8 +16,14 @@ public:
         return *this;
     }
     operator T() const { return m_value.load(std::memory_order_relaxed); }
-    CXRelaxed& operator|=(T bits) { return *this = static_cast<T>(*this) | bits; }
-    CXRelaxed& operator&=(T bits) { return *this = static_cast<T>(*this) & bits; }
+    CXRelaxed& operator|=(T bits) {
+        m_value.fetch_or(bits, std::memory_order_relaxed);
+        return *this;
+    }
+    CXRelaxed& operator&=(T bits) {
+        m_value.fetch_and(bits, std::memory_order_relaxed);
+        return *this;
+    }
 
 private:
     std::atomic<T> m_value;

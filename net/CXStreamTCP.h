@@ -11,9 +11,6 @@
 #include <cstdint>
 #include <memory>
 
-/// Flag of CXStreamTCP and CXStreamSSL: a read returns after the first data that came.
-inline constexpr uint32_t kCXStreamPartialReads = 0x400;
-
 /// One thread may read while another writes. `Close` may come from any thread at any time: it ends
 /// a blocked connect, read, write or accept and waits until the call is over. The stream has no
 /// window and no position. The end of the connection and a failed socket are the same result,

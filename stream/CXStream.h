@@ -24,6 +24,8 @@ inline constexpr uint32_t kCXStreamSizeIsRest = 0x040;  ///< size tells the byte
 inline constexpr uint32_t kCXStreamSeekWritten = 0x080; ///< seeks within the written window
 inline constexpr uint32_t kCXStreamIsOpen = 0x100;
 inline constexpr uint32_t kCXStreamEnd = 0x200; ///< a short read met the end; each seek clears it
+/// A read of a socket stream returns after the first data that came; see `SetFlagsUnderMask`.
+inline constexpr uint32_t kCXStreamPartialReads = 0x400;
 
 // Option codes of `SetOption`; the values are bytes.
 inline constexpr uint32_t kCXStreamOptionWriteBuffer = 0x46574253; ///< "FWBS"
@@ -133,7 +135,9 @@ public:
     /// Moves the position and clears kCXStreamEnd (but not the error). Within the window no virtual
     /// call is made. Returns the new position; an unknown whence does nothing more and returns 0.
     uint64_t Seek(int64_t offset, int whence) {
-        m_flags &= ~kCXStreamEnd;
+        if (IsAtEnd()) {
+            m_flags &= ~kCXStreamEnd;
+        }
         const uint64_t position = GetPosition();
         uint64_t target = static_cast<uint64_t>(offset);
         if (whence == kCXSeekRelative) {
