@@ -107,7 +107,8 @@ bool CXStreamHandler::Pass() {
 }
 
 CXStreamHandler::Step CXStreamHandler::Move(Pump& pump) {
-    if (!pump.canRead.Test() && !pump.notOpen.Test()) {
+    // A source that has met its end may count as not readable, but is to be asked once more.
+    if (!pump.canRead.Test() && !pump.notOpen.Test() && !pump.source.IsAtEnd()) {
         return Step::Idle;
     }
     // Asked before the read: what is written before the closing is never missed.

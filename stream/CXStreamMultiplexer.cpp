@@ -39,6 +39,16 @@ CXGenericEvent* CXStreamMultiplexer::CreateEvent(uint32_t number) {
     return CXThread::CreateEvent(number);
 }
 
+void CXStreamMultiplexer::Start() {
+    if (!IsRunning()) {
+        const CXCriticalSectionGuard guard(m_lock);
+        m_ended = false;
+        m_endResult = kCXResultOK;
+        UntakenChanged();
+    }
+    CXThread::Start();
+}
+
 void CXStreamMultiplexer::Stop() {
     RequestStop();
     if (m_arrivals != nullptr) {
@@ -50,12 +60,6 @@ void CXStreamMultiplexer::Stop() {
 // ---- The thread ----
 
 void CXStreamMultiplexer::Proc() {
-    {
-        const CXCriticalSectionGuard guard(m_lock);
-        m_ended = false;
-        m_endResult = kCXResultOK;
-        UntakenChanged();
-    }
     CXResult result = kCXResultOK;
     while (result == kCXResultOK && !IsStopRequested()) {
         uint8_t command = 0;

@@ -42,6 +42,8 @@ public:
 
     CXGenericEvent* CreateEvent(uint32_t number) override;
     void Proc() override;
+    /// A thread that ended may be started again; the channels of before stay as they are.
+    void Start() override;
     void Stop() override;
 
     /// Opens a channel on both sides; null if the underlying stream doesn't take the command, or

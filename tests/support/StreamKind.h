@@ -54,6 +54,8 @@ struct StreamKind {
     bool marksEnd = true;         ///< a short read at the end sets kCXStreamEnd
     bool remainingIsZero = false; ///< GetRemaining answers 0 though the size is unknown
     bool readableAtEnd = false;   ///< the event "can be read" holds at the end
+    bool dryIsNoFault = false;    ///< more may come, so that a short read is no failure
+    bool drainsClosed = false;    ///< `Close` leaves what is held to be read
 
     friend void PrintTo(const StreamKind& kind, std::ostream* out) { *out << kind.name; }
 };
