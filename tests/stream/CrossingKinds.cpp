@@ -1,6 +1,7 @@
 #include "tests/stream/CrossingKinds.h"
 
 #include <algorithm>
+#include <thread>
 
 namespace {
 
