@@ -94,7 +94,7 @@ TEST(StreamTCP, TalksBothWaysAtOnce) {
     const std::string bytes = Pattern(3000000);
     TestServer server([&](TestConnection& connection) {
         std::thread sender([&] { connection.Send(bytes); });
-        EXPECT_EQ(connection.ReceiveExactly(bytes.size()), bytes);
+        EXPECT_TRUE(connection.ReceiveExactly(bytes.size()) == bytes);
         sender.join();
     });
     CXStreamTCP stream;
@@ -106,9 +106,10 @@ TEST(StreamTCP, TalksBothWaysAtOnce) {
     EXPECT_EQ(stream.GetLocalAddress().ToText(), "127.0.0.1");
     EXPECT_NE(stream.GetLocalAddress().GetPort(), 0);
     std::thread writer([&] { EXPECT_EQ(stream.Write(bytes.data(), bytes.size()), bytes.size()); });
-    EXPECT_EQ(ReadText(stream, bytes.size()), bytes);
+    EXPECT_TRUE(ReadText(stream, bytes.size()) == bytes);
     writer.join();
     EXPECT_EQ(stream.GetLastError(), kCXResultOK);
+    EXPECT_TRUE(server.WaitForServed(1));
     stream.Close();
     EXPECT_EQ(stream.GetFlags(), 0x3U);
     stream.Close();
@@ -289,12 +290,18 @@ TEST(StreamTCP, TrafficTimeoutIsAlwaysTheSame) {
     EXPECT_EQ(log.Get()[0].rfind("CXStreamTCP::BufferedRead> recv returned err ", 0), 0U);
     EXPECT_NE(log.Get()[0].find(" (at timestamp 1"), std::string::npos);
     // A peer that reads nothing blocks writes.
-    TestServer deaf([](TestConnection& connection) { CXSleep(1000), connection.ReceiveAll(); });
+    const std::string bytes = Pattern(30000000);
+    std::atomic<bool> over{false};
+    TestServer deaf([&](TestConnection&) {
+        while (!over) {
+            CXSleep(10);
+        }
+    });
     CXStreamTCP sender;
     sender.Open(deaf.GetAddress(), kPatienceMs);
     sender.SetSendTimeout(0);
-    const std::string bytes = Pattern(30000000);
     EXPECT_LT(sender.Write(bytes.data(), bytes.size()), bytes.size());
+    over = true;
     EXPECT_EQ(sender.GetLastError(), kCXResultEndOfStream);
     EXPECT_EQ(log.Get().back().rfind("CXStreamTCP::BufferedWrite> send returned err ", 0), 0U);
 }
