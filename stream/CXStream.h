@@ -5,6 +5,7 @@
 // virtual operation run. One object is used by one thread at a time.
 #pragma once
 
+#include "core/CXRelaxed.h"
 #include "core/CXResult.h"
 #include "runtime/CXGenericEventSource.h"
 
@@ -23,6 +24,8 @@ inline constexpr uint32_t kCXStreamSizeIsRest = 0x040;  ///< size tells the byte
 inline constexpr uint32_t kCXStreamSeekWritten = 0x080; ///< seeks within the written window
 inline constexpr uint32_t kCXStreamIsOpen = 0x100;
 inline constexpr uint32_t kCXStreamEnd = 0x200; ///< a short read met the end; each seek clears it
+/// A read of a socket stream returns after the first data that came; see `SetFlagsUnderMask`.
+inline constexpr uint32_t kCXStreamPartialReads = 0x400;
 
 // Option codes of `SetOption`; the values are bytes.
 inline constexpr uint32_t kCXStreamOptionWriteBuffer = 0x46574253; ///< "FWBS"
@@ -133,7 +136,9 @@ public:
     /// Moves the position and clears kCXStreamEnd (but not the error). Within the window no virtual
     /// call is made. Returns the new position; an unknown whence does nothing more and returns 0.
     uint64_t Seek(int64_t offset, int whence) {
-        m_flags &= ~kCXStreamEnd;
+        if (IsAtEnd()) {
+            m_flags &= ~kCXStreamEnd;
+        }
         const uint64_t position = GetPosition();
         uint64_t target = static_cast<uint64_t>(offset);
         if (whence == kCXSeekRelative) {
@@ -224,9 +229,10 @@ public:
 
     // ---- The window; derived classes keep it correct after every call ----
 
-    uint32_t m_flags =
+    // Streams that cross threads are closed by one thread while another asks for these two.
+    CXRelaxed<uint32_t> m_flags =
         kCXStreamReadable | kCXStreamSizeKnown | kCXStreamSeekable | kCXStreamSizeIsRest;
-    CXResult m_lastError = kCXResultOK;
+    CXRelaxed<CXResult> m_lastError = kCXResultOK;
     uint8_t* m_windowBase = nullptr; ///< null: no window
     uint8_t* m_cursor = nullptr;     ///< next byte to read or write
     uint8_t* m_writeLimit = nullptr; ///< end of the room for writes
