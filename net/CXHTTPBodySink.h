@@ -21,8 +21,7 @@ struct CXHTTPBodySink {
         if (!text.Reserve(text.GetLength(), count)) {
             return kCXResultNoResources;
         }
-        text.Append(
-            absl::string_view(static_cast<const char*>(data), static_cast<size_t>(count)));
+        text.Append(absl::string_view(static_cast<const char*>(data), static_cast<size_t>(count)));
         return kCXResultOK;
     }
 };

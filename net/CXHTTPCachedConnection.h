@@ -9,8 +9,8 @@
 #include <memory>
 
 struct CXHTTPCachedConnection {
-    CXString host;        ///< empty: a plain proxy's, which serves every host
-    int32_t port = 0;     ///< 0 likewise
+    CXString host;    ///< empty: a plain proxy's, which serves every host
+    int32_t port = 0; ///< 0 likewise
     bool tls = false;
     int64_t lastUsed = 0; ///< ms since the Unix epoch; when its last request began
     std::unique_ptr<CXStreamTCP> tcp;

@@ -24,8 +24,8 @@ class CXHTTPConnection {
 public:
     using HeaderList = std::vector<std::pair<CXString, CXString>>;
 
-    static constexpr int kMaxRequests = 8;                ///< of one call, redirects included
-    static constexpr int64_t kIdleLimitMs = 20000;        ///< of a kept connection
+    static constexpr int kMaxRequests = 8;         ///< of one call, redirects included
+    static constexpr int64_t kIdleLimitMs = 20000; ///< of a kept connection
     static constexpr uint32_t kConnectTimeoutMs = 10000;
     static constexpr uint32_t kTransferTimeoutMs = 45000; ///< of one send or receive
 
@@ -79,7 +79,7 @@ public:
 private:
     using Connections = std::list<CXHTTPCachedConnection>;
 
-    /// One attempt of `Get`. `next`: the address to go on with, when `redirected`.
+    /// One request of `Get` and its reply, whatever its status.
     CXResult Attempt(const CXURI& uri, CXStringEdit* debugText, const CXHTTPProgress& progress);
     CXResult FollowRedirect(CXURI& uri) const;
     CXResult PrepareProxy();

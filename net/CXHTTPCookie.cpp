@@ -20,8 +20,8 @@ void TakePair(absl::string_view& rest, absl::string_view& key, absl::string_view
     rest.remove_prefix(piece.size() == rest.size() ? piece.size() : piece.size() + 1);
     const size_t equals = piece.find('=');
     key = Trim(piece.substr(0, equals));
-    value = equals == absl::string_view::npos ? absl::string_view()
-                                              : Trim(piece.substr(equals + 1));
+    value =
+        equals == absl::string_view::npos ? absl::string_view() : Trim(piece.substr(equals + 1));
 }
 
 } // namespace

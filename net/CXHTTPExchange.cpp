@@ -11,8 +11,8 @@
 
 namespace {
 
-constexpr uint64_t kPiece = 16384;       // reads of a body of unknown length
-constexpr uint64_t kMinBlock = 512;      // blocks of chunks
+constexpr uint64_t kPiece = 16384;  // reads of a body of unknown length
+constexpr uint64_t kMinBlock = 512; // blocks of chunks
 constexpr uint64_t kMaxBlock = 65536;
 constexpr int32_t kRangeRefused = 416;
 
@@ -196,8 +196,7 @@ CXResult CXHTTPExchange::ReadChunkedData() {
             result = kCXResultEndOfStream;
         }
         if (result == kCXResultOK) {
-            result = parser.Feed(
-                absl::string_view(block.get(), static_cast<size_t>(got)), sink);
+            result = parser.Feed(absl::string_view(block.get(), static_cast<size_t>(got)), sink);
         }
         if (result == kCXResultOK) {
             result = ReportProgress(data, parser.GetBytes());

@@ -13,8 +13,8 @@
 /// Values by lower-case name, ordered by name; equal names keep the order in which they came.
 using CXHTTPHeaders = std::multimap<CXString, CXString>;
 
-/// Told after each piece of a body; false ends the transfer with kCXResultCancelled. A `sizeUnknown`
-/// of 1 says that the fraction means nothing.
+/// Told after each piece of a body; false ends the transfer with kCXResultCancelled. A
+/// `sizeUnknown` of 1 says that the fraction means nothing.
 using CXHTTPProgress = std::function<bool(const CXStreamProgressCallbackData&)>;
 
 struct CXHTTPRequest {

@@ -6,6 +6,7 @@
 namespace {
 
 constexpr uint32_t kConnectTimeoutMs = 10000;
+constexpr uint32_t kTransferTimeoutMs = 45000;
 constexpr int64_t kDefaultPort = 8080;
 constexpr int64_t kLastPort = 65535;
 /// Most bytes of a proxy's reply; a proxy that talks on for ever would hold the caller for ever.
@@ -19,8 +20,8 @@ void CXStreamProxyHTTP::Open(const CXString& host, int32_t port,
     if (!IsOpen() || GetLastError() != kCXResultOK) {
         return;
     }
-    SetSendTimeout(0);
-    SetReceiveTimeout(0);
+    SetSendTimeout(kTransferTimeoutMs);
+    SetReceiveTimeout(kTransferTimeoutMs);
     const CXString request =
         CXString::Format("CONNECT %s:%d HTTP/1.0 \r\n\r\n", host.GetData(), port);
     Write(request.GetData(), request.GetLength());
