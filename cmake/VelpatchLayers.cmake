@@ -75,6 +75,13 @@ function(velpatch_program NAME MAIN)
     add_executable(${NAME} "${CMAKE_SOURCE_DIR}/${MAIN}")
     target_link_libraries(${NAME} PRIVATE velpatch_flags ${deps})
     target_compile_definitions(${NAME} PRIVATE VELPATCH_VERSION="${PROJECT_VERSION}")
+    if(NOT TARGET velpatch_data)
+        # The programs look for their texts in the folder "data" beside them.
+        add_custom_target(velpatch_data
+            COMMAND "${CMAKE_COMMAND}" -E copy_directory
+                "${CMAKE_SOURCE_DIR}/data" "${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/data")
+    endif()
+    add_dependencies(${NAME} velpatch_data)
 endfunction()
 
 # tests/<layer>/*.cpp becomes test_<layer>. A folder that is named after no layer gets the layers

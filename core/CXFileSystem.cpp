@@ -202,10 +202,14 @@ bool CXFileSystem::LeadsOutside(const CXString& root, const CXString& path, bool
     if (!IsWithin(top, whole)) {
         return true;
     }
+    // Walked as written: behind a link ".." leads above what the link leads to, which the
+    // normalised text doesn't show. Windows itself takes the normalised text.
+    const bool asWritten = !HasWindowsPaths() && IsWithin(root, path);
+    const absl::string_view text = asWritten ? path.View() : whole.View();
     CXString resolvedTop;
-    const absl::string_view text = whole;
-    for (size_t at = top.GetLength(); at < text.size();) {
+    for (size_t at = asWritten ? root.GetLength() : top.GetLength(); at < text.size();) {
         const size_t end = std::min(text.find('/', at + 1), text.size());
+        const bool goesUp = text.substr(at, end - at) == "/..";
         at = end;
         if (end == text.size() && !testLast) {
             return false;
@@ -215,7 +219,7 @@ bool CXFileSystem::LeadsOutside(const CXString& root, const CXString& path, bool
         if (Driver().GetAttributes(prefix, false, attributes) != 0) {
             return false;
         }
-        if (!attributes.isLink) {
+        if (!attributes.isLink && !goesUp) {
             continue;
         }
         if (resolvedTop.IsEmpty() && Driver().ResolvePath(top, resolvedTop) != 0) {

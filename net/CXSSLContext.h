@@ -27,6 +27,8 @@ public:
 
     /// Whether a library of that version number (OpenSSL's own coding) is refused.
     static bool IsVersionRefused(uint32_t version);
+    /// Logs the first error that OpenSSL keeps for the calling thread.
+    static void LogError();
 
 private:
     ssl_ctx_st* m_context = nullptr;

@@ -29,7 +29,6 @@ public:
     /// A blocking IPv4 stream socket, not inherited by child processes; kCXNoSocket on failure.
     virtual CXSocketHandle Create() = 0;
     virtual bool Bind(CXSocketHandle socket, const CXSocketAddress& address) = 0;
-    /// Lets a server take its port again at once, and listens.
     virtual bool Listen(CXSocketHandle socket, int backlog) = 0;
     /// Waits for a connection; kCXNoSocket on failure.
     virtual CXSocketHandle Accept(CXSocketHandle socket, CXSocketAddress& peer) = 0;

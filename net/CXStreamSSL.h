@@ -56,16 +56,18 @@ public:
     static bool MatchesName(absl::string_view pattern, absl::string_view name);
 
 private:
-    enum class Step : uint8_t { Done, Again, Ended, Failed };
-
     bool Start(CXSSLContext& context, CXStream& inner);
     void ShakeHands();
     bool VerifyPeer();
-    bool Pump(bool waitForData);
-    bool PumpOut();
-    void PumpIn();
-    Step HandleOutcome(int answer, bool canEnd);
-    void Fail();
+    /// Sends all cipher text that waits; with `waitForData` also fetches some if OpenSSL lacks it.
+    /// Called with the state lock held once, which it gives up around the inner stream's calls.
+    void Pump(bool waitForData);
+    bool SendPiece();
+    void ReceivePiece();
+    /// Does what OpenSSL asks for after a call that moved nothing. True if the call has done its
+    /// work; otherwise it is to be tried again unless the stream is in error.
+    bool HandleOutcome(int answer, bool mayEnd);
+    bool CanTransfer(const void* data, uint64_t count);
     void CloseLocked();
 
     CXSSLContext* m_context = nullptr;

@@ -57,22 +57,31 @@ public:
     CXResult SetSendTimeout(uint32_t timeoutMs);
     CXResult SetReceiveTimeout(uint32_t timeoutMs);
 
-    CXSocketAddress GetLocalAddress() const { return m_localAddress; }
-    CXSocketAddress GetRemoteAddress() const { return m_remoteAddress; }
+    CXSocketAddress GetLocalAddress();
+    CXSocketAddress GetRemoteAddress();
 
 private:
     CXSocketHandle GetSocket();
-    /// Makes the socket and stores it; kCXNoSocket on failure, or if the stream was open.
-    CXSocketHandle StartOpening(const char* caller);
-    bool Connect(CXSocketHandle socket, uint32_t timeoutMs);
+    /// Makes and stores the socket; kCXNoSocket on failure, or if the stream was open.
+    CXSocketHandle StartOpening(const char* caller, const CXSocketAddress& remote);
+    bool BindTo(CXSocketHandle socket, const CXSocketAddress& address);
+    bool Connect(CXSocketHandle socket, const CXSocketAddress& address, uint32_t timeoutMs);
     bool WaitForConnection(CXSocketHandle socket, uint32_t timeoutMs);
+    /// Marks the stream open, or stores the failure and closes the socket.
+    void FinishOpening(CXSocketHandle socket, bool success);
+    std::unique_ptr<CXStreamTCP> AcceptCounted();
+    /// Makes the caller the one that closes the socket.
+    CXSocketHandle TakeSocket();
+    void CloseTaken(CXSocketHandle socket);
     void WakeAccepts();
+    /// The socket to use; kCXNoSocket with the error set when the request can't be met.
+    CXSocketHandle StartTransfer(const void* data, uint64_t count);
     CXResult SetTimeout(CXSocketDriver::Timeout kind);
 
     CXSocketDriver& m_driver;
-    CXSocketAddress m_localAddress;
+    CXSocketAddress m_localAddress; // these three guarded by m_socketLock
     CXSocketAddress m_remoteAddress;
-    CXSocketHandle m_socket = kCXNoSocket; // guarded by m_socketLock
+    CXSocketHandle m_socket = kCXNoSocket;
     bool m_fastLoopback = false;
     bool m_noDelay = false;
     CXRecursiveLock m_optionsLock;

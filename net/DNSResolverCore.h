@@ -36,7 +36,10 @@ public:
     /// Puts a request at the end of the queue.
     virtual void Enqueue(std::unique_ptr<DNSResolverRequest> request);
 
-    /// Threads now running (for tests).
+    /// Waits until every request is completed and no thread runs. The destructor does; a derived
+    /// class with its own `Resolve` calls it in its destructor.
+    void WaitUntilIdle();
+    /// Threads now running.
     uint32_t GetThreadCount();
 
 private:

@@ -207,7 +207,7 @@ bool VelPatchTask_ApplyFilePatches::CreateFile(const PatchOperation& operation,
         }
         file.Flush();
     }
-    if (replaces) {
+    if (replaces && !CXFileSystem::IsDirectory(destination)) {
         CXFileSystem::CopyMode(destination, target);
     }
     return SetPermissionsWithRetry(operation, target);

@@ -14,19 +14,29 @@ namespace {
 /// First format version that this program can't read.
 constexpr int64_t kFirstUnknownVersion = 2;
 
-/// Reads the tree from a local file; one that can't be opened gives an empty tree.
-DNValueRef ReadTree(const CXString& path) {
+/// Reads the tree from a local file; one that can't be opened gives an empty tree. A file that
+/// opens and then can't be read to its end is a failure: it may well hold operations.
+CXResult ReadTree(const CXString& path, DNValueRef& tree) {
     CXStreamFile file;
     file.Open(path, kOpenRead);
-    return file.IsOpen() ? TextConfig::Read(file) : DNValueRef();
+    if (!file.IsOpen()) {
+        tree = DNValueRef();
+        return kCXResultOK;
+    }
+    tree = TextConfig::Read(file);
+    return file.GetLastError();
 }
 
 } // namespace
 
-CXResult LoadControlFile(const CXURI& uri, PatchControl& out) {
+CXResult LoadControlFile(const CXURI& uri, PatchControl& out,
+                         const std::function<void(const CXString&)>& log) {
     DNValueRef tree;
     if (EqualsNoCase(uri.scheme, "file")) {
-        tree = ReadTree(uri.ToFilePath());
+        const CXResult result = ReadTree(uri.ToFilePath(), tree);
+        if (result != kCXResultOK) {
+            return result;
+        }
     } else if (EqualsNoCase(uri.scheme, "http") || EqualsNoCase(uri.scheme, "https")) {
         return kCXResultNotSupported;
     } else {
@@ -39,8 +49,14 @@ CXResult LoadControlFile(const CXURI& uri, PatchControl& out) {
     ReadOperations(*tree, control.operations);
     CXString offender;
     if (!AreOperationPathsSafe(control.operations, offender)) {
-        CXLogFormat("VelPatchTask_ApplyFilePatches::LoadControlFile> path leaves the target: '%s'",
-                    offender.GetData());
+        const CXString line = CXString::Format(
+            "VelPatchTask_ApplyFilePatches::LoadControlFile> path leaves the target: '%s'",
+            offender.GetData());
+        if (log) {
+            log(line);
+        } else {
+            CXLog(line);
+        }
         return kCXResultBadData;
     }
     control.dataSize = tree->Get("datafilesize")->GetInt64();

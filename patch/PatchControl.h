@@ -6,6 +6,7 @@
 #include "patch/PatchOperation.h"
 
 #include <cstdint>
+#include <functional>
 #include <vector>
 
 class CXURI;
@@ -19,6 +20,8 @@ struct PatchControl {
 
 /// Reads the control file at a "file" address ("http" and "https" are not served yet:
 /// kCXResultNotSupported; other schemes kCXResultInvalidArgument). A file that can't be opened
-/// reads as an empty patch. A format version of 2 or more is kCXResultUnusable, an operation whose
-/// path leaves the target kCXResultBadData. On failure `out` is unchanged.
-CXResult LoadControlFile(const CXURI& uri, PatchControl& out);
+/// reads as an empty patch, one that fails while it is read gives that failure. A format version of
+/// 2 or more is kCXResultUnusable, an operation whose path leaves the target kCXResultBadData. On
+/// failure `out` is unchanged. `log` receives the diagnostic lines.
+CXResult LoadControlFile(const CXURI& uri, PatchControl& out,
+                         const std::function<void(const CXString&)>& log = nullptr);

@@ -1,8 +1,13 @@
 #include "patch/PatchPaths.h"
 
+#include "core/CXFileSystem.h"
 #include "core/CXText.h"
 
 namespace {
+
+/// Bytes. No system opens a longer one everywhere, and the work on a path's parents grows with the
+/// square of its length.
+constexpr size_t kLongestPath = 4096;
 
 bool IsSeparator(char byte, bool windowsRules) {
     return byte == '/' || (windowsRules && byte == '\\');
@@ -30,8 +35,8 @@ bool HasDrive(absl::string_view path) {
 } // namespace
 
 bool IsSafeOperationPath(absl::string_view path, bool windowsRules) {
-    if (path.empty() || IsSeparator(path[0], windowsRules) || HasDrive(path) ||
-        path.find('\0') != absl::string_view::npos ||
+    if (path.empty() || path.size() > kLongestPath || IsSeparator(path[0], windowsRules) ||
+        HasDrive(path) || path.find('\0') != absl::string_view::npos ||
         (windowsRules && path.find(':') != absl::string_view::npos)) {
         return false;
     }
@@ -52,6 +57,9 @@ bool IsSafeOperationPath(absl::string_view path, bool windowsRules) {
         } else if (component.empty() && !written.empty()) {
             return false; // nothing but dots and blanks: Windows would read it as it likes
         } else if (!component.empty() && component != ".") {
+            if (windowsRules && !CXFileSystem::IsValidFileName(component)) {
+                return false; // above all a device, which is in no folder
+            }
             // Without regard to case, since most players' file systems have none.
             if (depth == 0 && EqualsNoCase(component, CXString(kPatchTemporaryFolder))) {
                 return false;

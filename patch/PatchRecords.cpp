@@ -3,13 +3,27 @@
 #include "core/CXLocalisation.h"
 #include "patch/BinaryDiff.h"
 #include "patch/VelPatchTask_ApplyFilePatches.h"
+#include "stream/CXStreamConcat.h"
 #include "stream/CXStreamSubfile.h"
 #include "stream/CXStreamTools.h"
 
 namespace {
 
+/// Bytes of a checksum that are read at most, sound ones having 32. Behind the inflater stands
+/// whatever a hostile file packs into a thousandth of its size.
+constexpr uint32_t kLongestChecksum = 65536;
+
+constexpr uint64_t kDiffReadBuffer = 16384;
+
 CXString DetailWithCode(const char* key, CXResult code) {
     return FormatLocalisedString(key, static_cast<int64_t>(code));
+}
+
+/// Writes out what still waits in the file's buffer. Without a stated checksum nothing else would
+/// tell that it can't be written.
+CXResult WriteOut(CXStream& file) {
+    file.Flush();
+    return file.GetLastError();
 }
 
 /// Checksum of the first `size` bytes as they stand on disk.
@@ -31,7 +45,10 @@ bool VelPatchTask_ApplyFilePatches::ExtractFilePayload(CXStream& output, CXStrin
         detail = DetailWithCode("$velpatch_task_failed_read_datastreamsize", data.GetLastError());
         return false;
     }
-    const CXResult copied = CXStream::Copy(output, window, size);
+    CXResult copied = CXStream::Copy(output, window, size);
+    if (copied == kCXResultOK) {
+        copied = WriteOut(output);
+    }
     if (copied != kCXResultOK) {
         detail = DetailWithCode("$velpatch_task_copy_failed", copied);
         return false;
@@ -42,7 +59,7 @@ bool VelPatchTask_ApplyFilePatches::ExtractFilePayload(CXStream& output, CXStrin
     }
     window.Close();
     CXString stated;
-    ReadStreamString(data, stated);
+    ReadStreamString(data, stated, kLongestChecksum);
     if (data.GetLastError() != kCXResultOK) {
         detail = DetailWithCode("$velpatch_task_failed_read_checksum", data.GetLastError());
         return false;
@@ -66,21 +83,31 @@ bool VelPatchTask_ApplyFilePatches::PerformBinaryDiff(CXStream& source, CXStream
             data.GetLastError());
         return false;
     }
-    CXStreamSubfile window;
-    window.Open(data, data.GetPosition(), size);
+    // A diff is mostly fields of a few bytes, so its window gets a read buffer; what that reads
+    // ahead doesn't matter, since closing moves the data stream to the window's end.
+    auto window = std::make_unique<CXStreamSubfile>();
+    window->Open(data, data.GetPosition(), size);
+    CXStreamConcat diff;
+    diff.SetOption(kCXStreamOptionReadBuffer, kDiffReadBuffer);
+    diff.Append(std::move(window));
     CXString message;
-    const CXResult applied = ApplyDiffFromStream(source, target, window, message);
+    CXResult applied = ApplyDiffFromStream(source, target, diff, message);
+    if (applied == kCXResultOK) {
+        applied = WriteOut(target);
+    }
     if (applied != kCXResultOK) {
-        Log(message);
+        if (!message.IsEmpty()) {
+            Log(message);
+        }
         LogFormat(
             "VelPatchTask_ApplyFilePatches::PerformBinaryDiff> failed to apply diff. result %d",
             applied);
-        window.Close();
+        diff.Close();
         return false;
     }
-    window.Close();
+    diff.Close();
     CXString stated;
-    ReadStreamString(data, stated);
+    ReadStreamString(data, stated, kLongestChecksum);
     if (data.GetLastError() != kCXResultOK) {
         LogFormat(
             "VelPatchTask_ApplyFilePatches::PerformBinaryDiff> failed to read checksum. result %d",
@@ -114,7 +141,7 @@ bool VelPatchTask_ApplyFilePatches::SkipBinaryDiff() {
         return false;
     }
     CXString unused;
-    ReadStreamString(data, unused);
+    ReadStreamString(data, unused, kLongestChecksum);
     if (data.GetLastError() != kCXResultOK) {
         LogFormat(
             "VelPatchTask_ApplyFilePatches::SkipBinaryDiff> failed to read checksum. result %d",

@@ -14,10 +14,12 @@ bool ReadVolumeHeader(CXStream& volume, const CXString& setIdentifier, uint32_t 
     uint32_t version = 0;
     uint32_t statedIndex = 0;
     CXString identifier;
+    const uint32_t longest = static_cast<uint32_t>(setIdentifier.GetLength());
     // Each test needs its whole field: one cut short reads as 0, which may look sound.
     if (!volume.ReadU32(magic) || magic != kPatchVolumeMagic || !volume.ReadU32(version) ||
-        version != 0 || !ReadStreamString(volume, identifier) || identifier != setIdentifier ||
-        !volume.ReadU32(statedIndex) || statedIndex != index || !volume.ReadU32(count)) {
+        version != 0 || !ReadStreamString(volume, identifier, longest) ||
+        identifier != setIdentifier || !volume.ReadU32(statedIndex) || statedIndex != index ||
+        !volume.ReadU32(count)) {
         return false;
     }
     return (index == 0 || count == expectedCount) && volume.ReadU64(payloadSize);
@@ -55,13 +57,17 @@ bool CopyVolumePayload(CXStream& output, const CXString& volumePath, const CXStr
     }
     const uint64_t start = output.GetPosition();
     const uint64_t size = output.GetSize();
-    if (CXStream::Copy(output, volume, payloadSize) != kCXResultOK) {
+    CXResult copied = CXStream::Copy(output, volume, payloadSize);
+    if (copied == kCXResultOK) {
+        output.Flush();
+        copied = output.GetLastError();
+    }
+    if (copied != kCXResultOK) {
         output.SetSize(size);
         output.Seek(static_cast<int64_t>(start), kCXSeekStart);
         output.ResetError();
         return false;
     }
-    output.Flush();
     count = volumeCount;
     return true;
 }

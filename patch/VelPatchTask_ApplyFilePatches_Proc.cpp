@@ -66,7 +66,8 @@ void VelPatchTask_ApplyFilePatches::ResetRun() {
 bool VelPatchTask_ApplyFilePatches::ReadControl() {
     SetStatus(kTaskStateBusy, 0.0F, GetLocalisedString("$velpatch_task_reading_configuration"));
     for (;;) {
-        const CXResult result = LoadControlFile(m_controlURI, m_control);
+        const CXResult result =
+            LoadControlFile(m_controlURI, m_control, [this](const CXString& line) { Log(line); });
         if (result == kCXResultOK) {
             return true;
         }
@@ -169,7 +170,8 @@ bool VelPatchTask_ApplyFilePatches::OpenDataFile() {
     }
     m_totalEffort = total.Get() == 0 ? 1 : total.Get();
     m_doneEffort = 0;
-    if (!CXFileSystem::Exists(m_dataPath) && !AssembleDataFile()) {
+    // Without a data address, and only then, a missing file means discs.
+    if (m_dataURI.IsEmpty() && !CXFileSystem::Exists(m_dataPath) && !AssembleDataFile()) {
         return false;
     }
 

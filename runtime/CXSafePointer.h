@@ -13,6 +13,7 @@ class CXSafePointerTarget {
 public:
     CXSafePointerTarget() = default;
     CXSafePointerTarget(const CXSafePointerTarget&) {}
+    // NOLINTNEXTLINE(bugprone-unhandled-self-assignment): nothing is assigned
     CXSafePointerTarget& operator=(const CXSafePointerTarget&) { return *this; }
     virtual ~CXSafePointerTarget();
 
@@ -35,7 +36,9 @@ public:
     explicit CXSafePointerBase(CXSafePointerTarget* target) { Set(target); }
     CXSafePointerBase(const CXSafePointerBase& other) { SetFrom(other); }
     CXSafePointerBase& operator=(const CXSafePointerBase& other) {
-        SetFrom(other);
+        if (this != &other) {
+            SetFrom(other);
+        }
         return *this;
     }
     ~CXSafePointerBase() { Set(nullptr); }

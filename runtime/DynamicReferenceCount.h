@@ -23,7 +23,8 @@ public:
     int64_t GetReferenceCount() const { return m_count.load(std::memory_order_relaxed); }
 
 protected:
-    virtual void ReleaseObject() { delete this; }
+    /// Out of line: GCC 12 takes an inlined one for a mismatch where a class has its own allocator.
+    virtual void ReleaseObject();
 
 private:
     mutable std::atomic<int64_t> m_count{0};

@@ -5,6 +5,7 @@
 // virtual operation run. One object is used by one thread at a time.
 #pragma once
 
+#include "core/CXRelaxed.h"
 #include "core/CXResult.h"
 #include "runtime/CXGenericEventSource.h"
 
@@ -216,9 +217,10 @@ public:
 
     // ---- The window; derived classes keep it correct after every call ----
 
-    uint32_t m_flags =
+    // Streams that cross threads are closed by one thread while another asks for these two.
+    CXRelaxed<uint32_t> m_flags =
         kCXStreamReadable | kCXStreamSizeKnown | kCXStreamSeekable | kCXStreamSizeIsRest;
-    CXResult m_lastError = kCXResultOK;
+    CXRelaxed<CXResult> m_lastError = kCXResultOK;
     uint8_t* m_windowBase = nullptr; ///< null: no window
     uint8_t* m_cursor = nullptr;     ///< next byte to read or write
     uint8_t* m_writeLimit = nullptr; ///< end of the room for writes

@@ -91,7 +91,7 @@ CXString MD5OfStream(CXStream& stream, uint64_t count) {
     return digest.FinishHex();
 }
 
-bool ReadStreamString(CXStream& stream, CXString& text) {
+bool ReadStreamString(CXStream& stream, CXString& text, uint32_t longest) {
     text.Clear();
     uint32_t length = 0;
     if (!ReadLength(stream, length)) {
@@ -102,7 +102,7 @@ bool ReadStreamString(CXStream& stream, CXString& text) {
         stream.SetError(kCXResultNoResources);
         return false;
     }
-    if (stream.IsRemainingKnown() && length > stream.GetRemaining()) {
+    if (length > longest || (stream.IsRemainingKnown() && length > stream.GetRemaining())) {
         stream.SetError(kCXResultBadData);
         return false;
     }

@@ -14,8 +14,9 @@ CXString MD5OfStream(CXStream& stream, uint64_t count);
 
 /// Reads a stream string: a length byte, or 255 and a big-endian 32-bit length, then the bytes. A
 /// length of 0xFFFFFFFF is kCXResultNoResources; one beyond the end of a stream of known size is
-/// kCXResultBadData. On any failure false, an empty text, and the stream's error set.
-bool ReadStreamString(CXStream& stream, CXString& text);
+/// kCXResultBadData, and so is one above `longest`: what a packed stream claims to hold may be far
+/// more than the memory. On any failure false, an empty text, and the stream's error set.
+bool ReadStreamString(CXStream& stream, CXString& text, uint32_t longest = 0xFFFFFFFE);
 
 /// Writes a stream string; the long form from a length of 255 bytes up. Look at the stream's error.
 void WriteStreamString(CXStream& stream, absl::string_view text);

@@ -223,11 +223,7 @@ bool ParseCommandLine(const std::vector<CXString>& arguments) {
 }
 
 bool ParseCommandLine(int argc, const char* const* argv) {
-    std::vector<CXString> arguments;
-    for (int i = 0; i < argc; ++i) {
-        arguments.emplace_back(argv[i]);
-    }
-    return ParseCommandLine(arguments);
+    return ParseCommandLine(std::vector<CXString>(argv, argv + argc));
 }
 
 bool ParseHandedOverCommandLine(absl::string_view text) {

@@ -490,6 +490,11 @@ TEST(FileSystem, LeadsOutside) {
     EXPECT_TRUE(fs::LeadsOutside(root, temp.Path("in/esc"), true));
     EXPECT_FALSE(fs::LeadsOutside(root, temp.Path("in/a/self/x"), true));
     EXPECT_TRUE(fs::LeadsOutside(root, temp.Path("in/dead"), true));
+    // ".." leads up from where a link leads to, but on Windows from the link.
+    ASSERT_TRUE(temp.MakeLink("in/a/top", ".."));
+    EXPECT_EQ(fs::LeadsOutside(root, temp.Path("in/esc/../x"), true), !fs::HasWindowsPaths());
+    EXPECT_EQ(fs::LeadsOutside(root, temp.Path("in/a/top/../x"), true), !fs::HasWindowsPaths());
+    EXPECT_FALSE(fs::LeadsOutside(root, temp.Path("in/a/self/../x"), true));
     // A target that is itself reached through a link is no escape.
     ASSERT_TRUE(temp.MakeLink("alias", "in"));
     EXPECT_FALSE(fs::LeadsOutside(temp.Path("alias"), temp.Path("alias/a/self/x"), true));

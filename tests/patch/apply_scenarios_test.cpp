@@ -351,6 +351,7 @@ struct DataCase {
     std::string title;
     bool hasPrompt;
     bool created;
+    std::string detail = {}; ///< empty: not looked at
 };
 
 TEST(ApplyTask, ControlAndDataFiles) {
@@ -397,6 +398,14 @@ TEST(ApplyTask, ControlAndDataFiles) {
              w.WriteFile("data.bin", Deflated(BigEndian(2, 8) + "ab" + "\xFF\xFF\xFF\xFF\xFF"));
          },
          kTaskStateFailed, "$velpatch_task_failed_unable_write_new_file", false, false},
+        {"record with a checksum of no end", "", "",
+         [](PatchWorld& w) {
+             const std::string endless(3000000, 'c');
+             w.WriteFile("data.bin", Deflated(BigEndian(2, 8) + "ab" + StreamString(endless)));
+             SetLocalisedString("$velpatch_task_failed_read_checksum", "[read $1]");
+         },
+         kTaskStateFailed, "$velpatch_task_failed_unable_write_new_file", false, false,
+         "[read -12]"},
     };
     for (const DataCase& test : cases) {
         SCOPED_TRACE(test.name);
@@ -415,6 +424,10 @@ TEST(ApplyTask, ControlAndDataFiles) {
             EXPECT_EQ(result.status.failureTitle, test.title.c_str());
             EXPECT_TRUE(result.LogHas("STATE_FAILED - "));
         }
+        if (!test.detail.empty()) {
+            EXPECT_EQ(result.status.failureDetail, test.detail.c_str());
+        }
+        ClearLocalisedStrings();
         const Tree after = test.created ? WithFolders({{"old.txt", "old"}, {"n/a.txt", "hello"}})
                                         : Tree{{"old.txt", "old"}};
         EXPECT_EQ(world.ReadTarget(), after) << result.log;
@@ -431,6 +444,7 @@ TEST(ApplyTask, RefusesPathsThatLeaveTheTarget) {
         const RunResult result = world.Run();
         EXPECT_EQ(result.status.state, static_cast<uint32_t>(kTaskStateFailed));
         EXPECT_EQ(result.status.failureTitle, "$velpatch_task_failed_read_source_data");
+        EXPECT_TRUE(result.LogHas("path leaves the target: '" + std::string(path) + "'"));
         EXPECT_EQ(world.ReadTarget(), (Tree{{"a.txt", kOld}}));
         EXPECT_FALSE(std::filesystem::exists(world.Path("out.txt")));
     }
@@ -459,6 +473,23 @@ TEST(ApplyTask, InstallsIntoAFolderThatIsNotThere) {
     EXPECT_EQ(status.state, static_cast<uint32_t>(kTaskStateFailed));
     EXPECT_EQ(status.statusText, "$velpatch_task_invalid_target");
     EXPECT_EQ(status.failureTitle, "$velpatch_task_invalid_input_filepath");
+}
+
+TEST(ApplyTask, AFileInPlaceOfAFolderGetsNoFoldersMode) {
+    PatchWorld world;
+    world.WriteTarget({{"f/x", "1"}});
+    world.WritePatch({DeleteFileOp("f/x"), DeleteFolderOp("f"),
+                      CreateFileOp("f", "file").With([](TestOperation& o) {
+                          o.source = o.destination;
+                          o.flags = 2;
+                      })});
+    EXPECT_EQ(world.Run().status.state, static_cast<uint32_t>(kTaskStateFinished));
+    EXPECT_EQ(world.ReadTarget(), (Tree{{"f", "file"}}));
+    if (!CXFileSystem::HasWindowsPaths()) {
+        using std::filesystem::perms;
+        EXPECT_EQ(std::filesystem::status(world.Path("game/f")).permissions() & perms::owner_exec,
+                  perms::none);
+    }
 }
 
 // ---- Stop, prompts, repeated runs ----

@@ -351,6 +351,36 @@ TEST(Faults, PowerCutAtEveryChangeKeepsOldOrNew) {
     }
 }
 
+TEST(Faults, LostWritesShowWithoutAChecksum) {
+    const auto unchecked = [](TestOperation& operation) { operation.recordChecksum = ""; };
+    for (const TestOperation& operation :
+         {CreateFileOp("f.bin", kFresh), EditOp("a.txt", "f.bin", kOldText, kNewText),
+          MoveOp("a.txt", "f.bin", kOldText)}) {
+        SCOPED_TRACE(operation.command);
+        PatchWorld world;
+        world.WriteTarget({{"a.txt", kOldText}});
+        world.WritePatch({operation.With(unchecked)});
+        FaultFileDriver driver;
+        driver.Fail(FileFault::Full, 1, 1, FileOp::Write, "f.bin");
+        const ScopedFileDriver use(driver);
+        EXPECT_EQ(world.Run().status.state, static_cast<uint32_t>(kTaskStateFailed));
+    }
+}
+
+TEST(Faults, AStatedDataFileIsNeverLookedForOnDiscs) {
+    PatchWorld world;
+    world.WriteTarget({});
+    world.WritePatch({CreateFileOp("a", "a")});
+    world.discPrompt = [](const CXString&, const CXString&, const std::function<bool()>&) {
+        ADD_FAILURE() << "asked for a disc";
+        return CXString();
+    };
+    FaultFileDriver driver;
+    driver.Fail(FileFault::Device, 2, 9, FileOp::GetAttributes, "data.bin");
+    const ScopedFileDriver use(driver);
+    EXPECT_EQ(world.Run().status.state, static_cast<uint32_t>(kTaskStateFinished));
+}
+
 TEST(Faults, LinksThatLeadOutOfTheTarget) {
     struct Case {
         const char* name;
@@ -373,6 +403,8 @@ TEST(Faults, LinksThatLeadOutOfTheTarget) {
         {"make a folder there", "out", "../outside", CreateFolderOp("out/n"), failed},
         {"the temporary folder", "patcher-temp", "../outside",
          EditOp("in.txt", "in.txt", "inside", "changed"), failed},
+        {"up again from a folder outside", "out", "../outside", CreateFileOp("out/../x", "x"),
+         CXFileSystem::HasWindowsPaths() ? finished : failed},
         {"delete the link itself", "out", "../outside", DeleteFileOp("out"), failed},
         {"a link that stays inside", "alias", "sub", CreateFileOp("alias/x", "x"), finished},
     };

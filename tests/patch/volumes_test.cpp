@@ -3,7 +3,9 @@
 #include "patch/PatchPaths.h"
 #include "patch/PatchVolumes.h"
 #include "stream/CXStreamDynamicBuffer.h"
+#include "stream/CXStreamFile.h"
 #include "tests/patch/PatchScenario.h"
+#include "tests/support/FaultFileDriver.h"
 
 #include <gtest/gtest.h>
 
@@ -57,6 +59,23 @@ TEST(Volumes, OneVolumeIsJudgedWhole) {
         EXPECT_FALSE(CopyVolumePayload(output, world.Text("v.bin"), "", 1, count)) << cut;
         EXPECT_EQ(output.GetSize(), 0U);
     }
+}
+
+TEST(Volumes, APayloadThatStaysInTheBufferIsNoSuccess) {
+    PatchWorld world;
+    world.WriteFile("v.bin", Volume(1, 2, "payload"));
+    FaultFileDriver driver;
+    const ScopedFileDriver use(driver);
+    CXStreamFile output;
+    output.Open(world.Text("out.bin"), kOpenWrite | kOpenCreate | kOpenTruncate);
+    output.Write("front", 5);
+    output.Flush();
+    uint32_t count = 2;
+    driver.Fail(FileFault::Full, 1, 1, FileOp::Write, "out.bin");
+    EXPECT_FALSE(CopyVolumePayload(output, world.Text("v.bin"), "", 1, count));
+    EXPECT_TRUE(CopyVolumePayload(output, world.Text("v.bin"), "", 1, count));
+    output.Close();
+    EXPECT_EQ(world.ReadFile("out.bin"), "frontpayload");
 }
 
 TEST(Volumes, PatchFromDiscsWithPrompts) {
@@ -138,12 +157,19 @@ TEST(OperationPaths, StayInsideTheTarget) {
         {"patcher-temp /x", true, false},
         {"a/.. ./.. ./b", true, false},
         {" /x", true, false},
+        {"sub/nul", true, false},
+        {"COM1.txt", true, false},
+        {"a/aux ", true, false},
+        {"auxiliary/com10", true, true},
+        {"a*b", true, false},
     };
     for (const Case& test : cases) {
         EXPECT_EQ(IsSafeOperationPath(test.path, false), test.posix) << test.path;
         EXPECT_EQ(IsSafeOperationPath(test.path, true), test.windows) << test.path;
     }
     EXPECT_FALSE(IsSafeOperationPath(absl::string_view("a\0b", 3), false));
+    EXPECT_TRUE(IsSafeOperationPath(std::string(4096, 'a'), false));
+    EXPECT_FALSE(IsSafeOperationPath(std::string(4097, 'a'), false));
 }
 
 } // namespace

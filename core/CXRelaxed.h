@@ -1,0 +1,23 @@
+// A plain field that other threads may look at.
+#pragma once
+
+#include <atomic>
+
+/// Reads and writes like a T, each load and store whole but without any order among them. The
+/// compound operators are a load and a store: threads that change the value agree on a lock.
+template <typename T> class CXRelaxed {
+public:
+    CXRelaxed(T value) : m_value(value) {}
+    CXRelaxed(const CXRelaxed& other) : m_value(static_cast<T>(other)) {}
+    CXRelaxed& operator=(const CXRelaxed& other) { return *this = static_cast<T>(other); }
+    CXRelaxed& operator=(T value) {
+        m_value.store(value, std::memory_order_relaxed);
+        return *this;
+    }
+    operator T() const { return m_value.load(std::memory_order_relaxed); }
+    CXRelaxed& operator|=(T bits) { return *this = static_cast<T>(*this) | bits; }
+    CXRelaxed& operator&=(T bits) { return *this = static_cast<T>(*this) & bits; }
+
+private:
+    std::atomic<T> m_value;
+};

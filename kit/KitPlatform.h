@@ -1,0 +1,32 @@
+// What the kit needs of the system and no other layer does: the console and its signals.
+#pragma once
+
+#include "core/CXString.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace KitPlatform {
+
+/// The program's arguments in UTF-8, the program's own name first.
+std::vector<std::string> GetArguments(int argc, char** argv);
+
+/// Whether the standard stream is a console that a person looks at.
+bool IsInputTerminal();
+bool IsErrorTerminal();
+/// Columns of the console behind standard error; 80 when unknown.
+int GetTerminalColumns();
+
+/// From now on Ctrl-C and a polite request to end only raise a flag; they don't end the process. A
+/// second one while the flag is up does.
+void CatchInterrupts();
+bool IsInterrupted();
+
+/// A plain file: neither folder nor link, device, pipe or socket.
+bool IsRegularFile(const CXString& path);
+
+/// Largest resident memory of this process so far, in bytes.
+uint64_t GetPeakMemory();
+
+} // namespace KitPlatform

@@ -1,0 +1,103 @@
+#include "kit/VelPatchDiffer.h"
+
+#include <algorithm>
+#include <iterator>
+
+namespace {
+
+// Seeds from coarse to fine. A level is passed over where the old region is smaller than
+// `leastOld`: the finer ones serve it whole.
+struct Level {
+    uint32_t seedLength;
+    uint32_t step;
+    uint64_t leastOld;
+    uint64_t mostIndexed; // the step grows so that no more old positions than this are indexed
+};
+constexpr Level kLevels[] = {
+    {32, 12, 1 << 20, UINT32_MAX - 1},
+    {16, 4, 1 << 14, 1 << 23},
+    {8, 1, 8, 1 << 20},
+    {8, 1, 8, 1 << 16},
+};
+
+// What a piece must bring to be worth its own command, in bytes: a copy takes 5 and the next
+// replace 9, of which the compressor leaves about half, and literal bytes cost less than one each.
+constexpr uint64_t kLeastProfitable = 8;
+
+} // namespace
+
+std::vector<VelPatchMatch> VelPatchDiffer::FindMatches() {
+    m_matches.clear();
+    Align({0, m_old.size(), 0, m_new.size()}, 0);
+    DropUnprofitable();
+    return std::move(m_matches);
+}
+
+void VelPatchDiffer::Align(Region region, size_t level) {
+    const uint64_t shorter =
+        std::min(region.oldEnd - region.oldStart, region.newEnd - region.newStart);
+    const uint64_t prefix =
+        CommonPrefix(m_old.data() + region.oldStart, m_new.data() + region.newStart, shorter);
+    Add({region.oldStart, region.newStart, prefix});
+    region.oldStart += prefix;
+    region.newStart += prefix;
+    const uint64_t suffix =
+        CommonSuffix(m_old.data() + region.oldEnd, m_new.data() + region.newEnd, shorter - prefix);
+    region.oldEnd -= suffix;
+    region.newEnd -= suffix;
+
+    const uint64_t oldLength = region.oldEnd - region.oldStart;
+    const uint64_t newLength = region.newEnd - region.newStart;
+    while (level < std::size(kLevels) && oldLength < kLevels[level].leastOld) {
+        level++;
+    }
+    if (level < std::size(kLevels) && newLength >= kLevels[level].seedLength) {
+        const Level& how = kLevels[level];
+        VelPatchSeeding seeding;
+        seeding.seedLength = how.seedLength;
+        seeding.step = std::max(how.step, static_cast<uint32_t>(oldLength / how.mostIndexed + 1));
+        seeding.mostMatches = std::max<uint64_t>(1 << 18, newLength / 64);
+        std::vector<VelPatchMatch> found =
+            FindSeedMatches(m_old.subspan(region.oldStart, oldLength),
+                            m_new.subspan(region.newStart, newLength), seeding);
+        KeepHeaviestChain(found);
+        Region gap = region;
+        for (const VelPatchMatch& each : found) {
+            const VelPatchMatch match = {each.oldStart + region.oldStart,
+                                         each.newStart + region.newStart, each.length};
+            gap.oldEnd = match.oldStart;
+            gap.newEnd = match.newStart;
+            Align(gap, level + 1);
+            Add(match);
+            gap.oldStart = match.OldEnd();
+            gap.newStart = match.NewEnd();
+        }
+        gap.oldEnd = region.oldEnd;
+        gap.newEnd = region.newEnd;
+        if (!found.empty() || level + 1 < std::size(kLevels)) {
+            Align(gap, level + 1);
+        }
+    }
+    Add({region.oldEnd, region.newEnd, suffix});
+}
+
+void VelPatchDiffer::Add(const VelPatchMatch& match) {
+    if (match.length == 0) {
+        return;
+    }
+    if (!m_matches.empty()) {
+        VelPatchMatch& last = m_matches.back();
+        if (last.OldEnd() == match.oldStart && last.NewEnd() == match.newStart) {
+            last.length += match.length;
+            return;
+        }
+    }
+    m_matches.push_back(match);
+}
+
+void VelPatchDiffer::DropUnprofitable() {
+    // Dropping a piece joins the replaces on its two sides, so each is judged by itself; one that
+    // has literal bytes on one side only saves less, but not so much less that it matters.
+    std::erase_if(m_matches,
+                  [](const VelPatchMatch& match) { return match.length < kLeastProfitable; });
+}

@@ -1,0 +1,45 @@
+// Finds what a new file shares with an old one, in the form in which a binary diff can tell it.
+#pragma once
+
+#include "kit/VelPatchMatchFinder.h"
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+/// Aligns two byte ranges. A diff reads the old file only forwards, so the answer is a chain of
+/// equal pieces that rises in both files; what lies between becomes literal bytes.
+///
+/// The way: seeds of 32 bytes across both files, grown to whole matches; of these the heaviest
+/// rising chain (sparse dynamic programming over a Fenwick tree, O(m log m)); then the same inside
+/// each gap with seeds of 16 and of 8 bytes; last, pieces that cost more as a command than as
+/// literal bytes are given up. Deterministic. Time is linear but for the chains; memory beside the
+/// two ranges stays below three times the larger one plus some MiB.
+class VelPatchDiffer {
+public:
+    /// The ranges must outlive the object.
+    VelPatchDiffer(std::span<const uint8_t> oldBytes, std::span<const uint8_t> newBytes)
+        : m_old(oldBytes), m_new(newBytes) {}
+
+    /// The pieces that both share, rising and disjoint in both ranges, none of length 0.
+    std::vector<VelPatchMatch> FindMatches();
+
+private:
+    struct Region {
+        uint64_t oldStart;
+        uint64_t oldEnd;
+        uint64_t newStart;
+        uint64_t newEnd;
+    };
+
+    /// Aligns what lies between two settled pieces; goes at most one level deeper per call.
+    void Align(Region region, size_t level);
+    /// Adds a piece behind the ones so far; joins it with the last where they touch.
+    void Add(const VelPatchMatch& match);
+    /// Removes the pieces whose command costs more than their bytes.
+    void DropUnprofitable();
+
+    std::span<const uint8_t> m_old;
+    std::span<const uint8_t> m_new;
+    std::vector<VelPatchMatch> m_matches;
+};

@@ -1,0 +1,368 @@
+#include "kit/VelPatchKit.h"
+
+#include "app/config/VelPatchConfiguration.h"
+#include "core/CXFileSystem.h"
+#include "core/CXLocalisation.h"
+#include "core/CXTime.h"
+#include "kit/KitPlatform.h"
+#include "kit/VelPatchConsole.h"
+#include "kit/VelPatchFileDiff.h"
+#include "kit/VelPatchMaker.h"
+#include "kit/VelPatchRunner.h"
+#include "net/CXURI.h"
+#include "patch/BinaryDiff.h"
+#include "patch/PatchControl.h"
+#include "patch/VelPatchTask_ApplyFilePatches.h"
+#include "stream/CXStreamFile.h"
+
+#include <CLI/CLI.hpp>
+
+namespace {
+
+// Between a prompt and the retry that --answer promised; the cause needs time to go away.
+constexpr uint32_t kRetryPauseMilliseconds = 1000;
+
+constexpr const char* kExamples = R"(
+Examples:
+  velpatch-kit make game-1.0 game-1.1 out     the patch from one build to the next
+  velpatch-kit make --full game-1.1 out       an installation
+  velpatch-kit apply out/patch-control.txt installed-game
+                                              what a player's run does
+  velpatch-kit diff old.pak new.pak pak.diff  one file alone ...
+  velpatch-kit patch old.pak pak.diff new.pak ... and back again
+
+"make" leaves patch-control.txt and patch-data.bin in OUT. Results go to standard output, one
+"name<tab>value" a line; words go to standard error.
+Exit codes: 0 done, 1 failed (the target was rolled back), 2 wrong usage, 130 stopped.
+)";
+
+struct KitOptions {
+    bool quiet = false;
+    bool verbose = false;
+    bool full = false;
+    bool noCheck = false;
+    std::vector<std::string> folders; ///< of make: OLD NEW OUT, or NEW OUT
+    std::string oldFile, newFile, diffFile;
+    std::string control, target, data;
+    std::string answer = "no";
+};
+
+/// A path as a person typed it.
+CXString TypedPath(const std::string& text) {
+    return CXFileSystem::MakeAbsolute(
+        CXFileSystem::FromForeignPath(absl::string_view(text.data(), text.size())));
+}
+
+int ReportMakeFailure(VelPatchConsole& console, CXResult result, const CXString& problem) {
+    console.Complain(problem);
+    if (result == kCXResultCancelled) {
+        return kKitStopped;
+    }
+    return result == kCXResultInvalidArgument ? kKitUsage : kKitFailed;
+}
+
+int RunMake(const KitOptions& options, VelPatchConsole& console) {
+    const size_t wanted = options.full ? 2 : 3;
+    if (options.folders.size() != wanted) {
+        console.Complain(options.full ? "make --full takes two folders: NEW OUT"
+                                      : "make takes three folders: OLD NEW OUT");
+        return kKitUsage;
+    }
+    VelPatchMaker::Options making;
+    size_t next = 0;
+    if (!options.full) {
+        making.oldFolder = TypedPath(options.folders[next++]);
+    }
+    making.newFolder = TypedPath(options.folders[next++]);
+    making.outFolder = TypedPath(options.folders[next]);
+    making.check = !options.noCheck;
+    for (const CXString& folder : {making.oldFolder, making.newFolder}) {
+        if (!folder.IsEmpty() && !CXFileSystem::IsDirectory(folder)) {
+            console.Complain(CXString::Format("'%s' is not a folder", folder.GetData()));
+            return kKitUsage;
+        }
+    }
+
+    VelPatchMaker maker(making);
+    maker.SetProgress(
+        [&](const CXString& text, double fraction) { console.ShowProgress(text, fraction); });
+    maker.SetStopTest(KitPlatform::IsInterrupted);
+    CXString problem;
+    const CXResult result = maker.Run(problem);
+    console.EndProgress();
+    for (const CXString& warning : maker.GetWarnings()) {
+        console.Warn(warning);
+    }
+    if (result != kCXResultOK) {
+        return ReportMakeFailure(console, result, problem);
+    }
+    const VelPatchSummary& summary = maker.GetSummary();
+    console.PutData("control", maker.GetControlPath());
+    console.PutData("data", maker.GetDataPath());
+    console.PutData("data-bytes", summary.dataSize);
+    console.PutData("new-bytes", summary.newSize);
+    console.PutData("creates", summary.creates);
+    console.PutData("edits", summary.edits);
+    console.PutData("moves", summary.moves);
+    console.PutData("deletes", summary.deletes);
+    console.PutData("folders", summary.folders);
+    console.Say(making.check ? "The patch is made and has passed its self-check."
+                             : "The patch is made, without a self-check.");
+    return kKitDone;
+}
+
+/// Writes a file under a name of its own and puts it in place when all went well.
+int WriteNewFile(const CXString& path, VelPatchConsole& console,
+                 const std::function<CXResult(CXStreamFile&)>& write) {
+    const CXString temporary = CXString::Format("%s.tmp", path.GetData());
+    CXStreamFile file;
+    file.Open(temporary, kOpenRead | kOpenWrite | kOpenCreate | kOpenTruncate);
+    CXResult result = CXResultCertainFailure(file.GetLastError());
+    if (file.IsOpen()) {
+        result = write(file);
+        file.Flush();
+        file.Close();
+        if (result == kCXResultOK) {
+            result = file.GetLastError();
+        }
+        if (result == kCXResultOK) {
+            result = CXFileSystem::ReplaceWithBackup(path, temporary);
+        }
+    }
+    if (result == kCXResultOK) {
+        return kKitDone;
+    }
+    CXFileSystem::DeleteFile(temporary);
+    console.Complain(CXString::Format("'%s' can't be written (result %d)", path.GetData(), result));
+    return kKitFailed;
+}
+
+int RunDiff(const KitOptions& options, VelPatchConsole& console) {
+    VelPatchFileDiff diff;
+    CXString problem;
+    console.ShowProgress("comparing the files", -1);
+    if (diff.Make(TypedPath(options.oldFile), TypedPath(options.newFile), problem) != kCXResultOK) {
+        console.Complain(problem);
+        return kKitUsage;
+    }
+    const CXString path = TypedPath(options.diffFile);
+    const int code = WriteNewFile(path, console, [&](CXStreamFile& file) {
+        diff.Write(file);
+        return file.GetLastError();
+    });
+    if (code == kKitDone) {
+        console.PutData("diff", path);
+        console.PutData("diff-bytes", diff.GetSize());
+        console.PutData("new-bytes", diff.GetNewSize());
+    }
+    return code;
+}
+
+bool OpenForReading(CXStreamFile& file, const CXString& path, VelPatchConsole& console) {
+    file.Open(path, kOpenRead);
+    if (!file.IsOpen() || CXFileSystem::IsDirectory(path)) {
+        console.Complain(CXString::Format("'%s' can't be read", path.GetData()));
+        return false;
+    }
+    return true;
+}
+
+int RunPatchFile(const KitOptions& options, VelPatchConsole& console) {
+    CXStreamFile oldFile;
+    CXStreamFile diffFile;
+    if (!OpenForReading(oldFile, TypedPath(options.oldFile), console) ||
+        !OpenForReading(diffFile, TypedPath(options.diffFile), console)) {
+        return kKitUsage;
+    }
+    const CXString path = TypedPath(options.newFile);
+    CXString message;
+    uint64_t newSize = 0;
+    const int code = WriteNewFile(path, console, [&](CXStreamFile& file) {
+        const CXResult result = ApplyDiffFromStream(oldFile, file, diffFile, message);
+        newSize = file.GetSize();
+        return result;
+    });
+    if (code != kKitDone) {
+        if (!message.IsEmpty()) {
+            console.Complain(message);
+        }
+        return code;
+    }
+    console.PutData("new", path);
+    console.PutData("new-bytes", newSize);
+    return kKitDone;
+}
+
+/// Looks at the control file before anything starts: the task itself would take a missing one for
+/// a patch of nothing, and succeed.
+bool IsControlUsable(const CXString& path, VelPatchConsole& console) {
+    CXStreamFile file;
+    if (!OpenForReading(file, path, console)) {
+        return false;
+    }
+    file.Close();
+    PatchControl control;
+    const CXResult result =
+        LoadControlFile(CXURI(FileURIOfPath(path)), control,
+                        [&console](const CXString& line) { console.Complain(line); });
+    if (result != kCXResultOK) {
+        console.Complain(CXString::Format("'%s' is not a control file that can be used (result %d)",
+                                          path.GetData(), result));
+        return false;
+    }
+    if (control.operations.empty()) {
+        console.Complain(CXString::Format("'%s' holds no operations", path.GetData()));
+        return false;
+    }
+    return true;
+}
+
+bool AnswerPrompt(const KitOptions& options, VelPatchConsole& console, const TaskStatus& status) {
+    if (KitPlatform::IsInputTerminal() && KitPlatform::IsErrorTerminal()) {
+        return console.Ask(status.failureTitle, status.failureDetail, "Try again?");
+    }
+    console.Complain(status.failureTitle);
+    if (!status.failureDetail.IsEmpty()) {
+        console.Complain(status.failureDetail);
+    }
+    if (options.answer != "retry") {
+        return false;
+    }
+    CXSleep(kRetryPauseMilliseconds);
+    return true;
+}
+
+int RunApply(const KitOptions& options, VelPatchConsole& console) {
+    const CXString control = TypedPath(options.control);
+    if (!IsControlUsable(control, console)) {
+        return kKitUsage;
+    }
+    const CXString data = options.data.empty()
+                              ? CXFileSystem::Join(CXFileSystem::GetParent(control), kPatchDataName)
+                              : TypedPath(options.data);
+    if (!CXFileSystem::Exists(data) || CXFileSystem::IsDirectory(data)) {
+        console.Complain(
+            CXString::Format("the data file '%s' is missing; name it with --data", data.GetData()));
+        return kKitUsage;
+    }
+    const CXString target = TypedPath(options.target);
+    if (CXFileSystem::Exists(target) && !CXFileSystem::IsDirectory(target)) {
+        console.Complain(CXString::Format("'%s' is not a folder", target.GetData()));
+        return kKitUsage;
+    }
+
+    VelPatchWatcher watcher;
+    watcher.status = [&](const TaskStatus& status) {
+        if (!status.statusText.IsEmpty()) {
+            console.ShowProgress(status.statusText, status.state == kTaskStateMeasured
+                                                        ? static_cast<double>(status.fraction)
+                                                        : -1);
+        }
+    };
+    watcher.prompt = [&](const TaskStatus& status) {
+        return AnswerPrompt(options, console, status);
+    };
+    watcher.isStopped = KitPlatform::IsInterrupted;
+    TaskStatus last;
+    const VelPatchOutcome outcome = RunPatch(control, data, target, watcher, last);
+    console.EndProgress();
+    const CXString log = VelPatchTask_ApplyFilePatches::GetLogFilePath();
+    console.PutData("log", log);
+    if (outcome == VelPatchOutcome::Finished) {
+        console.Say(CXString::Format("Done. The log is '%s'.", log.GetData()));
+        return kKitDone;
+    }
+    console.Complain(last.failureTitle.IsEmpty() ? CXString("the patch has failed")
+                                                 : last.failureTitle);
+    if (!last.failureDetail.IsEmpty()) {
+        console.Complain(last.failureDetail);
+    }
+    console.Say(CXString::Format("The log is '%s'.", log.GetData()));
+    return outcome == VelPatchOutcome::Stopped ? kKitStopped : kKitFailed;
+}
+
+void DefineMake(CLI::App& app, KitOptions& options) {
+    CLI::App* make = app.add_subcommand("make", "Make the patch that turns folder OLD into NEW");
+    make->add_flag("--full", options.full, "Make an installation of NEW; there is no OLD");
+    make->add_flag("--no-check", options.noCheck, "Don't apply the result to a copy of OLD");
+    make->add_option("FOLDERS", options.folders,
+                     "OLD NEW OUT, or with --full NEW OUT; OUT receives patch-control.txt and "
+                     "patch-data.bin")
+        ->required()
+        ->expected(2, 3);
+}
+
+void DefineFiles(CLI::App& app, KitOptions& options) {
+    CLI::App* diff = app.add_subcommand("diff", "Make the diff of one pair of files");
+    diff->add_option("OLD", options.oldFile)->required();
+    diff->add_option("NEW", options.newFile)->required();
+    diff->add_option("DIFF", options.diffFile, "The file to write")->required();
+    CLI::App* patch = app.add_subcommand("patch", "Apply a diff to one file");
+    patch->add_option("OLD", options.oldFile)->required();
+    patch->add_option("DIFF", options.diffFile)->required();
+    patch->add_option("NEW", options.newFile, "The file to write")->required();
+}
+
+void DefineApply(CLI::App& app, KitOptions& options) {
+    CLI::App* apply = app.add_subcommand("apply", "Apply a patch to an installed game");
+    apply->add_option("CONTROL", options.control, "The control file")->required();
+    apply->add_option("TARGET", options.target, "The game's folder")->required();
+    apply->add_option("--data", options.data, "The data file (default: patch-data.bin beside it)");
+    apply
+        ->add_option("--answer", options.answer,
+                     "Answer to questions when there is no terminal: retry or no")
+        ->check(CLI::IsMember({"retry", "no"}))
+        ->capture_default_str();
+}
+
+/// Reads the command line. The answer counts if `isRead` stays false: the exit code of a run that
+/// ends here, after help or a usage error has been printed.
+int ParseArguments(CLI::App& app, int argc, const char* const* argv, bool& isRead) {
+    CLI11_PARSE(app, argc, argv);
+    isRead = true;
+    return 0;
+}
+
+} // namespace
+
+int RunKit(const std::vector<std::string>& arguments) {
+    KitOptions options;
+    CLI::App app("Makes and applies VelPatch patches.", "velpatch-kit");
+    app.footer(kExamples);
+    app.set_version_flag("--version", "velpatch-kit " VELPATCH_VERSION);
+    app.add_flag("-q,--quiet", options.quiet, "Show problems alone");
+    app.add_flag("-v,--verbose", options.verbose, "Show the log's lines too");
+    app.require_subcommand(1);
+    app.fallthrough(); // --quiet may stand behind the command
+    DefineMake(app, options);
+    DefineFiles(app, options);
+    DefineApply(app, options);
+
+    std::vector<const char*> pointers;
+    for (const std::string& argument : arguments) {
+        pointers.push_back(argument.c_str());
+    }
+    bool isRead = false;
+    const int code =
+        ParseArguments(app, static_cast<int>(pointers.size()), pointers.data(), isRead);
+    if (!isRead) {
+        return code == 0 ? kKitDone : kKitUsage;
+    }
+
+    VelPatchConsole::Options showing;
+    showing.quiet = options.quiet;
+    showing.verbose = options.verbose;
+    VelPatchConsole console(showing);
+    KitPlatform::CatchInterrupts();
+    LoadApplicationConfiguration();
+    if (app.got_subcommand("make")) {
+        return RunMake(options, console);
+    }
+    if (app.got_subcommand("diff")) {
+        return RunDiff(options, console);
+    }
+    if (app.got_subcommand("patch")) {
+        return RunPatchFile(options, console);
+    }
+    return RunApply(options, console);
+}

@@ -1,0 +1,124 @@
+// The self-check: the patch is applied to a copy of the old folder by the code that players run.
+#include "kit/VelPatchMaker.h"
+
+#include "core/CXFileSystem.h"
+#include "kit/VelPatchRunner.h"
+
+#include <unordered_map>
+
+namespace {
+
+constexpr const char* kCheckFolderName = "velpatch-check.tmp";
+
+/// Copies a listed tree; folders get their permissions last, so that a read-only one can be filled.
+CXResult CopyTree(const VelPatchTree& tree, const CXString& target, CXString& problem) {
+    CXResult result = CXFileSystem::CreateDirectories(target);
+    const std::vector<VelPatchTreeEntry>& entries = tree.GetEntries();
+    for (size_t i = 0; i < entries.size() && result == kCXResultOK; i++) {
+        const CXString path = CXFileSystem::Join(target, entries[i].path);
+        result = entries[i].isFolder ? CXFileSystem::CreateDirectory(path)
+                                     : CXFileSystem::CopyFile(tree.GetFullPath(i), path, false);
+        if (result != kCXResultOK) {
+            problem = CXString::Format("the self-check can't copy '%s' (result %d)",
+                                       tree.GetFullPath(i).GetData(), result);
+        }
+    }
+    for (size_t i = entries.size(); i-- > 0 && result == kCXResultOK;) {
+        if (entries[i].isFolder) {
+            CXFileSystem::SetFilePermissions(CXFileSystem::Join(target, entries[i].path),
+                                             entries[i].GetPermissions());
+        }
+    }
+    return result;
+}
+
+/// Removes the check's folder, read-only folders inside it included.
+void RemoveTree(const CXString& folder) {
+    VelPatchTree tree;
+    CXString ignored;
+    if (CXFileSystem::Exists(folder) && tree.Scan(folder, ignored) == kCXResultOK) {
+        for (const VelPatchTreeEntry& entry : tree.GetEntries()) {
+            if (entry.isFolder && entry.mode != 0 && (entry.mode & 0700) != 0700) {
+                CXFileSystem::SetFilePermissions(CXFileSystem::Join(folder, entry.path),
+                                                 "posix:0700");
+            }
+        }
+    }
+    CXFileSystem::DeleteRecursive(folder);
+}
+
+} // namespace
+
+CXResult VelPatchMaker::Check(const CXString& control, const CXString& data, CXString& problem) {
+    const CXString folder = CXFileSystem::Join(m_options.outFolder, kCheckFolderName);
+    RemoveTree(folder);
+    CXResult result = kCXResultOK;
+    if (!m_options.oldFolder.IsEmpty()) {
+        Report("checking the patch: copying the old folder", -1);
+        result = CopyTree(m_oldTree, folder, problem);
+    }
+    if (result == kCXResultOK) {
+        VelPatchWatcher watcher;
+        watcher.status = [&](const TaskStatus& status) {
+            if (status.state == kTaskStateMeasured) {
+                Report("checking the patch", static_cast<double>(status.fraction));
+            }
+        };
+        watcher.isStopped = m_isStopped;
+        TaskStatus last;
+        const VelPatchOutcome outcome = RunPatch(control, data, folder, watcher, last);
+        if (outcome == VelPatchOutcome::Stopped) {
+            problem = "stopped";
+            result = kCXResultCancelled;
+        } else if (outcome == VelPatchOutcome::Failed) {
+            problem = CXString::Format("the patch failed its self-check: %s %s",
+                                       last.failureTitle.GetData(), last.failureDetail.GetData());
+            result = kCXResultFailed;
+        } else {
+            Report("checking the patch: comparing", -1);
+            result = CompareTarget(folder, problem);
+        }
+    }
+    RemoveTree(folder);
+    return result;
+}
+
+CXResult VelPatchMaker::CompareTarget(const CXString& target, CXString& problem) {
+    VelPatchTree result;
+    const CXResult scanned = result.Scan(target, problem);
+    if (scanned != kCXResultOK) {
+        return scanned;
+    }
+    std::unordered_map<CXString, size_t, CXStringHasher> wanted;
+    const std::vector<VelPatchTreeEntry>& newEntries = m_newTree.GetEntries();
+    for (size_t i = 0; i < newEntries.size(); i++) {
+        wanted.emplace(m_plan.GetTargetPath(i), i);
+    }
+    const std::vector<VelPatchTreeEntry>& entries = result.GetEntries();
+    for (size_t i = 0; i < entries.size(); i++) {
+        const auto at = wanted.find(entries[i].path);
+        if (at == wanted.end()) {
+            problem = CXString::Format("the patch failed its self-check: it leaves '%s'",
+                                       entries[i].path.GetData());
+            return kCXResultFailed;
+        }
+        const VelPatchTreeEntry& expected = newEntries[at->second];
+        // A folder of the usual mode is left to the user's own mask.
+        const bool isModeRight = entries[i].mode == expected.mode ||
+                                 (expected.isFolder && expected.mode == kUsualFolderMode);
+        if (entries[i].isFolder != expected.isFolder || entries[i].size != expected.size ||
+            !isModeRight ||
+            (!expected.isFolder && result.GetChecksum(i) != m_newTree.GetChecksum(at->second))) {
+            problem = CXString::Format("the patch failed its self-check: it makes '%s' wrongly",
+                                       entries[i].path.GetData());
+            return kCXResultFailed;
+        }
+        wanted.erase(at);
+    }
+    if (!wanted.empty()) {
+        problem = CXString::Format("the patch failed its self-check: it doesn't make '%s'",
+                                   wanted.begin()->first.GetData());
+        return kCXResultFailed;
+    }
+    return kCXResultOK;
+}

@@ -1,0 +1,5 @@
+#include "runtime/DynamicReferenceCount.h"
+
+void DynamicReferenceCount::ReleaseObject() {
+    delete this;
+}

@@ -1,0 +1,223 @@
+// The differ: whatever the files, its pieces must rebuild the new one; and where a person sees the
+// likeness, it must too.
+#include "kit/VelPatchDiffer.h"
+#include "kit/VelPatchFileDiff.h"
+#include "patch/BinaryDiff.h"
+#include "stream/CXStreamDynamicBuffer.h"
+#include "stream/CXStreamStaticBuffer.h"
+#include "tests/support/TempFolder.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <random>
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+Bytes RandomBytes(std::mt19937& random, size_t count, int kinds = 256) {
+    Bytes bytes(count);
+    for (uint8_t& byte : bytes) {
+        byte = static_cast<uint8_t>(random() % static_cast<unsigned>(kinds));
+    }
+    return bytes;
+}
+
+void Insert(Bytes& bytes, size_t at, const Bytes& what) {
+    bytes.insert(bytes.begin() + static_cast<ptrdiff_t>(at), what.begin(), what.end());
+}
+
+void Erase(Bytes& bytes, size_t at, size_t count) {
+    const auto from = bytes.begin() + static_cast<ptrdiff_t>(at);
+    bytes.erase(from, from + static_cast<ptrdiff_t>(std::min(count, bytes.size() - at)));
+}
+
+/// Checks every promise of FindMatches and answers the literal bytes that the diff must carry.
+size_t LiteralBytes(const Bytes& oldBytes, const Bytes& newBytes) {
+    const std::vector<VelPatchMatch> matches = VelPatchDiffer(oldBytes, newBytes).FindMatches();
+    uint64_t oldAt = 0;
+    uint64_t newAt = 0;
+    size_t literal = newBytes.size();
+    for (const VelPatchMatch& match : matches) {
+        EXPECT_GT(match.length, 0U);
+        EXPECT_GE(match.oldStart, oldAt);
+        EXPECT_GE(match.newStart, newAt);
+        oldAt = match.OldEnd();
+        newAt = match.NewEnd();
+        if (oldAt > oldBytes.size() || newAt > newBytes.size()) {
+            ADD_FAILURE() << "a piece leaves its file";
+            return SIZE_MAX;
+        }
+        EXPECT_EQ(0, memcmp(&oldBytes[match.oldStart], &newBytes[match.newStart], match.length));
+        literal -= match.length;
+    }
+    return literal;
+}
+
+/// A piece of a "program": every sixteenth word is an address, which `shift` moves.
+Bytes Program(uint32_t seed, size_t words, uint32_t shift) {
+    std::mt19937 random(seed);
+    Bytes bytes;
+    for (size_t i = 0; i < words; i++) {
+        auto word = static_cast<uint32_t>(random());
+        if (i % 16 == 7) {
+            word = (word & 0xFFFFF) + shift;
+        }
+        for (int byte = 0; byte < 4; byte++) {
+            bytes.push_back(static_cast<uint8_t>(word >> (8 * byte)));
+        }
+    }
+    return bytes;
+}
+
+} // namespace
+
+TEST(Differ, RebuildsWhateverItGets) {
+    const auto seed = static_cast<unsigned>(std::random_device()());
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
+    for (int round = 0; round < 400; round++) {
+        // Few kinds of bytes make repeats, on which an index is easily confused.
+        const int kinds = round % 3 == 0 ? 2 : (round % 3 == 1 ? 5 : 256);
+        const Bytes oldBytes = RandomBytes(random, random() % 6000, kinds);
+        Bytes newBytes = oldBytes;
+        for (auto edits = random() % 20; edits > 0; edits--) {
+            const size_t at = newBytes.empty() ? 0 : random() % newBytes.size();
+            switch (random() % 4) {
+            case 0:
+                Insert(newBytes, at, RandomBytes(random, random() % 300, kinds));
+                break;
+            case 1:
+                Erase(newBytes, at, random() % 300);
+                break;
+            case 2:
+                if (!newBytes.empty()) {
+                    newBytes[at] ^= 1;
+                }
+                break;
+            default: { // a block moves
+                Bytes block(newBytes.begin() + static_cast<ptrdiff_t>(at),
+                            newBytes.begin() +
+                                static_cast<ptrdiff_t>(std::min(at + 200, newBytes.size())));
+                Erase(newBytes, at, block.size());
+                Insert(newBytes, newBytes.empty() ? 0 : random() % newBytes.size(), block);
+            }
+            }
+        }
+        LiteralBytes(oldBytes, newBytes);
+        ASSERT_FALSE(HasFailure()) << "round " << round;
+    }
+}
+
+TEST(Differ, FindsWhatAPersonSees) {
+    std::mt19937 random(7);
+    const Bytes base = RandomBytes(random, 3 << 20);
+    EXPECT_EQ(LiteralBytes(base, base), 0U);
+    EXPECT_EQ(LiteralBytes({}, base), base.size());
+    EXPECT_EQ(LiteralBytes(base, {}), 0U);
+
+    Bytes cut = base;
+    Erase(cut, 1000, 500000);
+    EXPECT_EQ(LiteralBytes(base, cut), 0U);
+    EXPECT_EQ(LiteralBytes(cut, base), 500000U);
+
+    Bytes edited = base;
+    Insert(edited, 2 << 20, RandomBytes(random, 777));
+    for (size_t at = 5000; at < edited.size(); at += 10000) {
+        edited[at] ^= 0x55;
+    }
+    EXPECT_LT(LiteralBytes(base, edited), 777U + 2 * 320U);
+
+    // Two halves change places: the larger stays, since the old file is only read forwards.
+    Bytes swapped(base.begin() + (2 << 20), base.end());
+    swapped.insert(swapped.end(), base.begin(), base.begin() + (2 << 20));
+    EXPECT_EQ(LiteralBytes(base, swapped), size_t{1} << 20);
+}
+
+TEST(Differ, FollowsShiftedAddresses) {
+    // A 32 KiB insertion in the middle moves every address behind it: four bytes in each 64.
+    Bytes before = Program(1, 200000, 0);
+    const Bytes tail = Program(2, 200000, 0);
+    Bytes after = before;
+    before.insert(before.end(), tail.begin(), tail.end());
+    const Bytes inserted = Program(3, 8192, 0);
+    after.insert(after.end(), inserted.begin(), inserted.end());
+    const Bytes moved = Program(2, 200000, 0x8000);
+    after.insert(after.end(), moved.begin(), moved.end());
+    EXPECT_LT(LiteralBytes(before, after), inserted.size() + 200000 / 16 * 3 + 4096);
+}
+
+TEST(Differ, RepetitionCostsNoTime) {
+    // Runs, short periods and one block over and over: every seed stands everywhere. Each of these
+    // takes milliseconds; a quadratic scan would take hours.
+    std::mt19937 random(11);
+    const Bytes block = RandomBytes(random, 1000);
+    Bytes zeros(4 << 20);
+    Bytes period;
+    Bytes blocks;
+    for (size_t i = 0; i < zeros.size(); i++) {
+        period.push_back(static_cast<uint8_t>(i % 3));
+        blocks.push_back(block[i % block.size()]);
+    }
+    const auto started = std::chrono::steady_clock::now();
+    for (const Bytes& old : {zeros, period, blocks}) {
+        Bytes changed = old;
+        for (size_t at = 3000; at < changed.size(); at += 4096) {
+            changed[at] ^= 0x80;
+        }
+        Insert(changed, 1 << 20, RandomBytes(random, 100));
+        LiteralBytes(old, changed);
+        LiteralBytes(changed, old);
+        LiteralBytes(old, RandomBytes(random, 1 << 20, 2));
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(60));
+}
+
+TEST(FileDiff, WritesWhatThePatcherReads) {
+    std::mt19937 random(23);
+    TempFolder folder;
+    const Bytes oldBytes = RandomBytes(random, 300000);
+    Bytes newBytes = oldBytes;
+    Erase(newBytes, 0, 10);
+    Insert(newBytes, 1000, RandomBytes(random, 50));
+    Erase(newBytes, 20000, 5000);
+    newBytes[150000] ^= 1;
+    Insert(newBytes, newBytes.size(), RandomBytes(random, 99));
+    const struct {
+        const char* what;
+        Bytes before;
+        Bytes after;
+    } cases[] = {{"edited", oldBytes, newBytes},
+                 {"same", oldBytes, oldBytes},
+                 {"to nothing", oldBytes, {}},
+                 {"from nothing", {}, newBytes},
+                 {"nothing alike", oldBytes, RandomBytes(random, 1000)}};
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.what);
+        folder.WriteFile("old", std::string(each.before.begin(), each.before.end()));
+        folder.WriteFile("new", std::string(each.after.begin(), each.after.end()));
+        VelPatchFileDiff diff;
+        CXString problem;
+        ASSERT_EQ(diff.Make(folder.Path("old"), folder.Path("new"), problem), kCXResultOK);
+        CXStreamDynamicBuffer written;
+        diff.Write(written);
+        EXPECT_EQ(written.GetLastError(), kCXResultOK);
+        EXPECT_EQ(written.GetSize(), diff.GetSize());
+
+        written.Seek(0, kCXSeekStart);
+        CXStreamStaticBuffer oldStream(each.before.data(), each.before.size());
+        CXStreamDynamicBuffer result;
+        CXString message;
+        ASSERT_EQ(ApplyDiffFromStream(oldStream, result, written, message), kCXResultOK)
+            << message.GetData();
+        Bytes made(static_cast<size_t>(result.GetSize()));
+        result.Seek(0, kCXSeekStart);
+        result.Read(made.data(), made.size());
+        EXPECT_EQ(made, each.after);
+    }
+    VelPatchFileDiff diff;
+    CXString problem;
+    EXPECT_NE(diff.Make(folder.Path("missing"), folder.Path("new"), problem), kCXResultOK);
+    EXPECT_NE(problem.View().find("missing"), absl::string_view::npos);
+}

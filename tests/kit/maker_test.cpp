@@ -1,0 +1,423 @@
+// Patches made from pairs of trees, applied by the code that players run.
+#include "app/config/VelPatchConfiguration.h"
+#include "core/CXFileSystem.h"
+#include "kit/VelPatchMaker.h"
+#include "kit/VelPatchRunner.h"
+#include "net/CXURI.h"
+#include "patch/PatchControl.h"
+#include "tests/support/Environment.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/TempFolder.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <random>
+
+namespace {
+
+const bool kHasModes = std::filesystem::path::preferred_separator == '/';
+
+class Maker : public testing::Test {
+protected:
+    // The task's log file goes into the test's own folder.
+    Maker() { RedirectTemporaryFolder(m_folder.Path().GetData()); }
+    ~Maker() override { RedirectTemporaryFolder(m_earlierTemporary); }
+
+    /// Makes the patch from "old" (or nothing) to "new" into "out".
+    CXResult Make(bool fromOld = true, bool check = false) {
+        m_folder.MakeFolder("old");
+        m_folder.MakeFolder("new");
+        VelPatchMaker::Options options;
+        options.oldFolder = fromOld ? m_folder.Path("old") : CXString();
+        options.newFolder = m_folder.Path("new");
+        options.outFolder = m_folder.Path("out");
+        options.check = check;
+        VelPatchMaker maker(options);
+        m_problem.Clear();
+        const CXResult result = maker.Run(m_problem);
+        m_warnings = maker.GetWarnings();
+        m_summary = maker.GetSummary();
+        return result;
+    }
+
+    std::vector<PatchOperation> Operations() {
+        PatchControl control;
+        const CXURI uri(FileURIOfPath(m_folder.Path("out/patch-control.txt")));
+        EXPECT_EQ(LoadControlFile(uri, control), kCXResultOK) << uri.ToString().GetData();
+        EXPECT_EQ(control.dataSize,
+                  static_cast<int64_t>(m_folder.ReadFile("out/patch-data.bin").size()));
+        return control.operations;
+    }
+
+    /// Applies "out" to a copy of "old" (or to nothing) and answers the tree that comes out.
+    TreeSnapshot Applied(bool fromOld = true) {
+        m_folder.Remove("target");
+        if (fromOld) {
+            std::error_code error;
+            std::filesystem::copy(m_folder.Path("old").GetData(), m_folder.Path("target").GetData(),
+                                  std::filesystem::copy_options::recursive, error);
+            for (const auto& [path, entry] : m_folder.Tree("old")) {
+                if (kHasModes) {
+                    m_folder.SetMode("target/" + path, entry.mode);
+                }
+            }
+        }
+        TaskStatus last;
+        const VelPatchOutcome outcome =
+            RunPatch(m_folder.Path("out/patch-control.txt"), m_folder.Path("out/patch-data.bin"),
+                     m_folder.Path("target"), VelPatchWatcher(), last);
+        EXPECT_EQ(outcome, VelPatchOutcome::Finished)
+            << last.failureTitle.GetData() << " " << last.failureDetail.GetData();
+        return m_folder.Tree("target");
+    }
+
+    bool Complains(const char* word) const {
+        return m_problem.View().find(word) != absl::string_view::npos;
+    }
+    bool Warns(const char* word) const {
+        for (const CXString& warning : m_warnings) {
+            if (warning.View().find(word) != absl::string_view::npos) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+    std::string m_earlierTemporary = std::filesystem::temp_directory_path().string();
+    LogCapture m_log; // keeps the test's output readable
+    TempFolder m_folder;
+    CXString m_problem;
+    std::vector<CXString> m_warnings;
+    VelPatchSummary m_summary;
+};
+
+/// Fills a tree with files of related contents, so that edits and moves come about.
+class TreeMaker {
+public:
+    explicit TreeMaker(unsigned seed) : m_random(seed) {}
+
+    void Fill(const TempFolder& folder, const std::string& root) {
+        for (int i = 0; i < 40; i++) {
+            const std::string path = root + "/" + Name(true);
+            if (Below(8) == 0) {
+                if (!folder.Has(path)) {
+                    folder.MakeFolder(path);
+                }
+            } else if (!folder.Has(path) && IsFree(folder, root, path)) {
+                folder.WriteFile(path, Contents());
+                if (kHasModes) {
+                    folder.SetMode(path, Below(4) == 0 ? 0755 : 0644);
+                }
+            }
+        }
+    }
+
+    /// Turns a copy of the old tree into the new one.
+    void Change(const TempFolder& folder, const std::string& root) {
+        for (const auto& [path, entry] : folder.Tree(root)) {
+            const std::string full = root + "/" + path;
+            if (!folder.Has(full)) {
+                continue;
+            }
+            switch (Below(9)) {
+            case 0:
+                folder.Remove(full);
+                break;
+            case 1:
+                if (entry.type == 'f') {
+                    const std::string target = root + "/" + Name(true) + "x";
+                    if (!folder.Has(target) && IsFree(folder, root, target)) {
+                        folder.WriteFile(target, entry.contents);
+                        folder.Remove(full);
+                    }
+                }
+                break;
+            case 2:
+            case 3:
+                if (entry.type == 'f') {
+                    folder.WriteFile(full, Edited(entry.contents));
+                }
+                break;
+            case 4:
+                if (kHasModes) {
+                    folder.SetMode(full, entry.type == 'd' ? (Below(2) ? 0755 : 0700)
+                                                           : (Below(2) ? 0600 : 0755));
+                }
+                break;
+            case 5:
+                if (entry.type == 'd' && Below(2) == 0) { // a folder becomes a file
+                    folder.Remove(full);
+                    folder.WriteFile(full, Contents());
+                }
+                break;
+            default:
+                break;
+            }
+        }
+        Fill(folder, root);
+    }
+
+private:
+    unsigned Below(unsigned limit) { return static_cast<unsigned>(m_random() % limit); }
+
+    /// Names that rarely meet, except where they should.
+    std::string Name(bool deep) {
+        static const char* const kFolders[] = {"bin", "data", "data/levels", "data/levels/one",
+                                               "M\xC3\xBCsik & more"};
+        const std::string name = "f" + std::to_string(Below(60)) + (Below(3) ? ".dat" : "");
+        return deep && Below(4) ? std::string(kFolders[Below(5)]) + "/" + name : name;
+    }
+    /// No parent of the path is a file in either tree: that can't be told in a patch.
+    static bool IsFree(const TempFolder& folder, const std::string& root, const std::string& path) {
+        for (size_t at = path.find('/', root.size() + 1); at != std::string::npos;
+             at = path.find('/', at + 1)) {
+            for (const std::string& tree : {root, std::string("old")}) {
+                const TreeSnapshot found = folder.Tree(tree);
+                const auto entry = found.find(path.substr(root.size() + 1, at - root.size() - 1));
+                if (entry != found.end() && entry->second.type == 'f') {
+                    return false;
+                }
+            }
+        }
+        return true;
+    }
+    std::string Contents() {
+        std::string contents;
+        for (unsigned blocks = Below(12); blocks > 0; blocks--) {
+            std::mt19937 block(Below(6)); // few different blocks: files resemble each other
+            for (int i = 0; i < 700; i++) {
+                contents.push_back(static_cast<char>(block()));
+            }
+        }
+        return contents;
+    }
+    std::string Edited(std::string contents) {
+        for (unsigned edits = 1 + Below(3); edits > 0; edits--) {
+            contents.insert(contents.empty() ? 0 : m_random() % contents.size(),
+                            std::to_string(m_random()));
+        }
+        return contents;
+    }
+
+    std::mt19937 m_random;
+};
+
+} // namespace
+
+TEST_F(Maker, RandomTreesComeOutAsTheyShould) {
+    const auto seed = static_cast<unsigned>(std::random_device()());
+    for (unsigned round = 0; round < 8; round++) {
+        SCOPED_TRACE("seed " + std::to_string(seed + round));
+        for (const char* each : {"old", "new", "out"}) {
+            m_folder.Remove(each);
+        }
+        TreeMaker trees(seed + round);
+        m_folder.MakeFolder("old");
+        trees.Fill(m_folder, "old");
+        std::error_code error;
+        std::filesystem::copy(m_folder.Path("old").GetData(), m_folder.Path("new").GetData(),
+                              std::filesystem::copy_options::recursive, error);
+        trees.Change(m_folder, "new");
+
+        const CXResult made = Make();
+        if (made != kCXResultOK && Complains("becomes a folder")) {
+            continue;
+        }
+        ASSERT_EQ(made, kCXResultOK) << m_problem.GetData();
+        const std::string control = m_folder.ReadFile("out/patch-control.txt");
+        const std::string data = m_folder.ReadFile("out/patch-data.bin");
+        EXPECT_EQ(Applied(), m_folder.Tree("new"));
+        ASSERT_EQ(Make(), kCXResultOK);
+        EXPECT_EQ(m_folder.ReadFile("out/patch-control.txt"), control) << "not the same again";
+        EXPECT_EQ(m_folder.ReadFile("out/patch-data.bin"), data) << "not the same again";
+
+        ASSERT_EQ(Make(false), kCXResultOK) << m_problem.GetData();
+        EXPECT_EQ(Applied(false), m_folder.Tree("new"));
+        ASSERT_FALSE(HasFailure());
+    }
+}
+
+TEST_F(Maker, ChoosesTheCheapestOperation) {
+    const std::string large(50000, 'a');
+    std::string noise;
+    std::mt19937 random(3);
+    for (int i = 0; i < 40000; i++) {
+        noise.push_back(static_cast<char>(random()));
+    }
+    m_folder.WriteFile("old/same", large);
+    m_folder.WriteFile("new/same", large);
+    m_folder.WriteFile("old/edited", noise + large);
+    m_folder.WriteFile("new/edited", noise + "+" + large);
+    m_folder.WriteFile("old/replaced", large);
+    m_folder.WriteFile("new/replaced", noise.substr(0, 900));
+    m_folder.WriteFile("old/moved", "moved" + noise);
+    m_folder.WriteFile("new/elsewhere/moved", "moved" + noise);
+    m_folder.WriteFile("old/lib/both", "both" + noise);
+    m_folder.WriteFile("new/inc/both", "both" + noise + "more");
+    m_folder.WriteFile("new/copied", large);
+    m_folder.WriteFile("old/becomes/file", "x");
+    m_folder.WriteFile("new/becomes", "now a file");
+    m_folder.MakeFolder("new/empty/inside");
+    m_folder.WriteFile("old/gone", "gone");
+    ASSERT_EQ(Make(true, true), kCXResultOK) << m_problem.GetData();
+    EXPECT_EQ(Applied(), m_folder.Tree("new"));
+    EXPECT_LT(m_summary.dataSize, 3000U) << "moves and edits carry next to nothing";
+
+    struct Expected {
+        PatchCommand command;
+        const char* source;
+        const char* destination;
+        uint32_t flags;
+    };
+    const Expected expected[] = {
+        {COMMAND_MOVE_FILE, "replaced", "copied", 0},
+        {COMMAND_EDIT_FILE, "edited", "edited", 0},
+        {COMMAND_MOVE_FILE, "moved", "elsewhere/moved", 0},
+        {COMMAND_EDIT_FILE, "lib/both", "inc/both", 0},
+        {COMMAND_CREATE_FILE, "replaced", "replaced", kPatchFlagMayReplace},
+        {COMMAND_CREATE_FOLDER, "", "empty/inside", 0},
+        {COMMAND_DELETE_FILE, "", "becomes/file", 0},
+        {COMMAND_DELETE_FILE, "", "gone", 0},
+        {COMMAND_DELETE_FILE, "", "lib/both", 0},
+        {COMMAND_DELETE_FILE, "", "moved", 0},
+        {COMMAND_DELETE_FOLDER, "", "lib", 0},
+        {COMMAND_DELETE_FOLDER, "", "becomes", 0},
+        {COMMAND_CREATE_FILE, "becomes", "becomes", kPatchFlagMayReplace},
+    };
+    const std::vector<PatchOperation> operations = Operations();
+    ASSERT_EQ(operations.size(), std::size(expected));
+    for (size_t i = 0; i < operations.size(); i++) {
+        SCOPED_TRACE(i);
+        EXPECT_EQ(operations[i].command, expected[i].command);
+        EXPECT_STREQ(operations[i].sourcePath.GetData(), expected[i].source);
+        EXPECT_STREQ(operations[i].destinationPath.GetData(), expected[i].destination);
+        EXPECT_EQ(operations[i].flags, expected[i].flags);
+    }
+}
+
+TEST_F(Maker, OldLetterCaseStays) {
+    m_folder.WriteFile("old/Data/Level.dat", "one");
+    m_folder.WriteFile("old/Data/other", "same");
+    m_folder.WriteFile("new/data/level.dat", "two");
+    m_folder.WriteFile("new/data/other", "same");
+    m_folder.WriteFile("new/data/more", "new");
+    ASSERT_EQ(Make(true, true), kCXResultOK) << m_problem.GetData();
+    EXPECT_TRUE(Warns("letter case"));
+    const TreeSnapshot tree = Applied();
+    EXPECT_EQ(tree.size(), 4U);
+    EXPECT_EQ(tree.at("Data/Level.dat").contents, "two");
+    EXPECT_EQ(tree.at("Data/more").contents, "new");
+}
+
+TEST_F(Maker, RefusesWhatCannotBeTold) {
+    struct Case {
+        const char* what;
+        std::function<void(const TempFolder&)> make;
+        const char* named;
+        bool posixOnly;
+    };
+    const Case cases[] = {
+        {"nothing to do", [](const TempFolder& at) { at.MakeFolder("new"); }, "same", false},
+        {"file to folder",
+         [](const TempFolder& at) {
+             at.WriteFile("old/a/name", "x");
+             at.WriteFile("new/a/name/inside", "x");
+         },
+         "a/name", false},
+        {"two names in one",
+         [](const TempFolder& at) {
+             at.WriteFile("new/Readme", "x");
+             at.WriteFile("new/README", "y");
+         },
+         "README", true},
+        {"a link",
+         [](const TempFolder& at) {
+             at.WriteFile("new/file", "x");
+             EXPECT_TRUE(at.MakeLink("new/link", "file"));
+         },
+         "new/link", true},
+        {"the patcher's own folder",
+         [](const TempFolder& at) { at.WriteFile("new/Patcher-Temp/file", "x"); }, "Patcher-Temp",
+         true},
+        {"out inside new",
+         [](const TempFolder& at) {
+             at.WriteFile("new/file", "x");
+             EXPECT_TRUE(at.MakeLink("unused", "new"));
+         },
+         nullptr, true},
+    };
+    for (const Case& each : cases) {
+        if (each.posixOnly && !kHasModes) {
+            continue;
+        }
+        SCOPED_TRACE(each.what);
+        for (const char* folder : {"old", "new", "out"}) {
+            m_folder.Remove(folder);
+        }
+        each.make(m_folder);
+        if (each.named == nullptr) {
+            VelPatchMaker::Options options;
+            options.newFolder = m_folder.Path("new");
+            options.outFolder = m_folder.Path("new/out");
+            CXString problem;
+            EXPECT_NE(VelPatchMaker(options).Run(problem), kCXResultOK);
+            EXPECT_FALSE(m_folder.Has("new/out"));
+            continue;
+        }
+        EXPECT_NE(Make(), kCXResultOK);
+        EXPECT_TRUE(Complains(each.named)) << m_problem.GetData();
+        EXPECT_FALSE(m_folder.Has("out/patch-control.txt"));
+    }
+}
+
+TEST_F(Maker, LeavesNothingHalfDone) {
+    m_folder.WriteFile("old/a", "1");
+    m_folder.WriteFile("new/a", "2");
+    ASSERT_EQ(Make(true, true), kCXResultOK);
+    const TreeSnapshot before = m_folder.Tree("out");
+    EXPECT_EQ(before.size(), 2U) << "the check cleans up behind itself";
+
+    // A run that is stopped leaves the patch of before alone.
+    m_folder.WriteFile("new/a", "3");
+    VelPatchMaker::Options options;
+    options.oldFolder = m_folder.Path("old");
+    options.newFolder = m_folder.Path("new");
+    options.outFolder = m_folder.Path("out");
+    VelPatchMaker maker(options);
+    maker.SetStopTest([] { return true; });
+    EXPECT_EQ(maker.Run(m_problem), kCXResultCancelled);
+    EXPECT_EQ(m_folder.Tree("out"), before);
+}
+
+TEST_F(Maker, ChangedPermissionsSurviveARollback) {
+    if (!kHasModes) {
+        GTEST_SKIP() << "no permission bits here";
+    }
+    m_folder.WriteFile("old/tool", "program");
+    m_folder.WriteFile("new/tool", "program");
+    m_folder.WriteFile("old/z", "1");
+    m_folder.WriteFile("new/z", "2");
+    m_folder.SetMode("new/tool", 0755);
+    ASSERT_EQ(Make(), kCXResultOK);
+    EXPECT_EQ(Applied(), m_folder.Tree("new"));
+    EXPECT_EQ(Operations().at(0).command, COMMAND_MOVE_FILE);
+
+    // A broken data file: the edit behind the move fails, and the old bits stand.
+    std::string data = m_folder.ReadFile("out/patch-data.bin");
+    std::string control = m_folder.ReadFile("out/patch-control.txt");
+    data.resize(data.size() / 2);
+    control.replace(control.find("datafilesize"), 12, "datafilesize-");
+    control.replace(control.find("datafilechecksum"), 16, "datafilechecksum-");
+    m_folder.WriteFile("out/patch-data.bin", data);
+    m_folder.WriteFile("out/patch-control.txt", control);
+    m_folder.Remove("target");
+    m_folder.WriteFile("target/tool", "program");
+    m_folder.WriteFile("target/z", "1");
+    const TreeSnapshot before = m_folder.Tree("target");
+    TaskStatus last;
+    EXPECT_EQ(RunPatch(m_folder.Path("out/patch-control.txt"), m_folder.Path("out/patch-data.bin"),
+                       m_folder.Path("target"), VelPatchWatcher(), last),
+              VelPatchOutcome::Failed);
+    EXPECT_EQ(m_folder.Tree("target"), before);
+}

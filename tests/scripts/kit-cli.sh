@@ -1,0 +1,151 @@
+#!/bin/bash
+# The command line of velpatch-kit from end to end: results, exit codes, and what goes to standard
+# output and what to standard error.
+# Runs under Wine too
+set -eu
+build=$(cd "${1:-build/release}" && pwd)
+folder=$(mktemp -d)
+trap 'rm -rf "$folder"' EXIT
+trap 'echo "kit-cli: stopped in line $LINENO"' ERR
+cd "$folder"
+export TMPDIR="$folder"
+
+# kit WANTED-EXIT-CODE ARGUMENTS...: leaves "out" and "err"; paths are relative, so that they mean
+# the same under Wine.
+kit() {
+    local wanted=$1 code=0
+    shift
+    # shellcheck disable=SC2086
+    timeout 120 ${VELPATCH_RUN:-} "$build/bin/velpatch-kit${VELPATCH_EXE:-}" "$@" \
+        >out.raw 2>err.raw </dev/null || code=$?
+    tr -d '\r' <out.raw >out
+    tr -d '\r' <err.raw >err
+    if [ "$code" != "$wanted" ]; then
+        echo "velpatch-kit $*: exit code $code, wanted $wanted"
+        cat err
+        exit 1
+    fi
+}
+fail() {
+    echo "$*"
+    echo "--- standard output"; cat out
+    echo "--- standard error"; cat err
+    exit 1
+}
+says() { grep -q -- "$1" err || fail "standard error lacks '$1'"; }
+gives() { grep -q -- "$1" out || fail "standard output lacks '$1'"; }
+silent() { [ ! -s "$1" ] || fail "$1 should be empty"; }
+same() { diff -r "$1" "$2" >/dev/null || fail "$1 and $2 differ"; }
+
+# Help and usage.
+kit 0 --help
+gives Examples
+gives "velpatch-kit make game-1.0"
+silent err
+kit 0 --version
+gives '^velpatch-kit [0-9]'
+kit 2
+kit 2 frobnicate
+kit 2 make one
+kit 2 make --full one two three
+kit 2 make missing-old missing-new patch
+says missing-old
+silent out
+
+# Two builds.
+mkdir -p old/bin old/levels new/bin new/maps/empty
+seq 1 20000 >old/bin/program
+{ seq 1 9000; echo inserted; seq 9001 20000; } >new/bin/program
+seq 5 5000 >old/levels/one
+cp old/levels/one new/maps/one
+echo readme >old/readme
+echo readme, changed >new/readme
+cp -r old target
+
+kit 0 make old new patch
+gives '^control	.*patch-control.txt$'
+gives '^edits	[1-9]'
+gives '^moves	1$'
+says self-check
+[ "$(wc -c <patch/patch-data.bin)" -lt 1000 ] || fail "the patch is too large"
+[ "$(find patch | wc -l)" = 3 ] || fail "something is left beside the patch"
+kit 0 apply patch/patch-control.txt target
+gives '^log	.*velpatch-log.txt$'
+says 'Loading the installation data'
+says Done
+same new target
+# A second time: the sources are gone, so the checks say no, and nothing changes.
+kit 1 apply patch/patch-control.txt target
+same new target
+
+# Quiet: no words at all when all is well, log lines only when asked for, never as data.
+cp -r old quiet
+kit 0 --quiet apply patch/patch-control.txt quiet --data patch/patch-data.bin
+silent err
+kit 0 -v make old new patch --no-check
+grep -q 'ApplyDiffFromStream\|cmd:' out && fail "log lines on standard output"
+rm -rf quiet
+cp -r old quiet
+kit 0 apply -v patch/patch-control.txt quiet
+says 'cmd:2 '
+grep -q 'cmd:2 ' out && fail "log lines on standard output"
+
+# From nothing.
+kit 0 make --full new full --quiet
+kit 0 apply full/patch-control.txt deep/inside/target
+same new deep/inside/target
+
+# One file.
+kit 0 diff old/bin/program new/bin/program program.diff
+gives '^diff-bytes	[0-9]'
+kit 0 patch old/bin/program program.diff again
+cmp -s again new/bin/program || fail "the patched file differs"
+printf '\011' >bad.diff
+kit 1 patch old/bin/program bad.diff unmade
+says 'unknown command: 9'
+[ ! -e unmade ] || fail "half a file was left"
+kit 2 diff missing new/bin/program x.diff
+says missing
+
+# Control files that are no use are refused before anything starts.
+cp -r old before
+echo 'velpatch-version 1' >empty.txt
+echo 'velpatch-version 2' >newer.txt
+for control in missing.txt empty.txt newer.txt old; do
+    kit 2 apply "$control" before --data patch/patch-data.bin
+    silent out
+done
+cp patch/patch-control.txt alone.txt
+kit 2 apply alone.txt before
+says -- '--data'
+same old before
+
+# A data file that isn't the one; a prompt that nobody answers.
+head -c 100 /dev/zero >wrong.bin
+kit 1 apply patch/patch-control.txt before --data wrong.bin
+same old before
+if [ -z "${VELPATCH_RUN:-}" ]; then
+    rm -rf old new before
+    mkdir old new
+    echo tool | tee old/tool >new/tool
+    cp -r old before
+    chmod 755 new/tool
+    kit 0 make old new modes --no-check
+    sed 's/posix:0755/posix:99/' modes/patch-control.txt >bad-mode.txt
+    kit 1 apply bad-mode.txt before --data modes/patch-data.bin
+    same old before
+    # Promised retries go on until Ctrl-C, which lets the task roll back.
+    "$build/bin/velpatch-kit" apply bad-mode.txt before --data modes/patch-data.bin \
+        --answer retry >out 2>err </dev/null &
+    child=$!
+    for _ in $(seq 100); do
+        grep -q 99 err && break
+        sleep 0.1
+    done
+    kill -INT "$child"
+    code=0
+    wait "$child" || code=$?
+    [ "$code" = 130 ] || fail "Ctrl-C gave exit code $code"
+    same old before
+fi
+echo "velpatch-kit: good"
