@@ -96,6 +96,9 @@ CXResult CXHTTPChunkParser::TakeHeaderByte(char byte) {
 }
 
 CXResult CXHTTPChunkParser::TakeLineEnd(char byte, bool& taken) {
+    if (m_state == State::TrailerEnd && ++m_trailerBytes > kMaxTrailer) {
+        return kCXResultBadData;
+    }
     if (m_lineEnd == 0) {
         if (!IsLineEnd(byte)) {
             return Refuse(m_state == State::AfterSize   ? "error in chunk CRLF"

@@ -8,6 +8,8 @@
 #include "runtime/CXGenericEventContextThread.h"
 #include "stream/CXStreamDynamicBuffer.h"
 
+#include <atomic>
+
 namespace {
 
 constexpr int32_t kPortHTTP = 80;
@@ -16,33 +18,39 @@ constexpr int32_t kPortHTTPS = 443;
 /// Of a stream whose size can be relied on as the place to go on from.
 constexpr uint32_t kResumable = kCXStreamSizeKnown | kCXStreamCanSkip;
 
-int CloseConnection(void* target, void* /*userData*/) {
-    static_cast<const CXHTTPCachedConnection*>(target)->Abort();
-    return 0;
-}
-
 /// While it lives, the cancel event closes the connection.
 class CancelGuard {
 public:
-    CancelGuard(const CXGenericEventRef& event, CXHTTPCachedConnection& connection)
-        : m_target(event.HasEvent() ? &connection : nullptr) {
-        if (m_target != nullptr) {
-            CXGenericEventContextThread::GetSingleton()->AddCallback(event, m_target,
-                                                                     CloseConnection, nullptr);
+    CancelGuard(const CXGenericEventRef& event, const CXHTTPCachedConnection& connection)
+        : m_connection(connection), m_isArmed(event.HasEvent()) {
+        if (m_isArmed) {
+            CXGenericEventContextThread::GetSingleton()->AddCallback(event, this, Fire, nullptr);
         }
     }
-    /// Waits for a callback that is running.
-    ~CancelGuard() {
-        if (m_target != nullptr) {
-            CXGenericEventContextThread::GetSingleton()->RemoveCallback(m_target, CloseConnection,
-                                                                        nullptr);
-        }
-    }
+    ~CancelGuard() { Disarm(); }
     CancelGuard(const CancelGuard&) = delete;
     CancelGuard& operator=(const CancelGuard&) = delete;
 
+    /// Waits for a callback that is running. True if the connection has been closed.
+    bool Disarm() {
+        if (m_isArmed) {
+            m_isArmed = false;
+            CXGenericEventContextThread::GetSingleton()->RemoveCallback(this, Fire, nullptr);
+        }
+        return m_hasFired;
+    }
+
 private:
-    CXHTTPCachedConnection* m_target;
+    static int Fire(void* target, void* /*userData*/) {
+        CancelGuard* guard = static_cast<CancelGuard*>(target);
+        guard->m_hasFired = true;
+        guard->m_connection.Abort();
+        return 0;
+    }
+
+    const CXHTTPCachedConnection& m_connection;
+    bool m_isArmed;
+    std::atomic<bool> m_hasFired{false};
 };
 
 /// Puts a value back at the end of a scope.
@@ -159,19 +167,21 @@ CXResult CXHTTPConnection::Attempt(const CXURI& uri, CXStringEdit* debugText,
         return result;
     }
     CXStream& stream = connection->GetStream();
-    {
-        const CancelGuard guard(m_cancelEvent, *connection);
-        RemoveRequestHeader("Connection");
-        SetRequestHeader("Connection", "Keep-Alive");
-        AddCredentials(uri);
-        m_cookies = m_cookieJar;
-        result = Send(uri, *connection, debugText, progress);
-    }
+    CancelGuard guard(m_cancelEvent, *connection);
+    RemoveRequestHeader("Connection");
+    SetRequestHeader("Connection", "Keep-Alive");
+    AddCredentials(uri);
+    m_cookies = m_cookieJar;
+    result = Send(uri, *connection, debugText, progress);
+    // A body of unknown length that a cancel cut off looks like a whole one.
+    const bool isCancelled = guard.Disarm();
     if (result == kCXResultOK) {
         result = stream.GetLastError();
     }
+    if (result == kCXResultOK && isCancelled) {
+        result = kCXResultEndOfStream;
+    }
     m_cookieJar = m_cookies;
-    // A cancel that comes late leaves a closed stream behind a good reply.
     if (result != kCXResultOK || !stream.IsOpen() ||
         !EqualsNoCase(GetResponseHeader("Connection"), "Keep-Alive")) {
         m_connections.erase(connection);

@@ -7,7 +7,14 @@ CXHTTPReplySource::CXHTTPReplySource(CXStream& connection, uint8_t openLineEnd)
 }
 
 bool CXHTTPReplySource::ReadByte(uint8_t& byte) {
-    return Read(&byte, 1) == 1;
+    if (Read(&byte, 1) != 1) {
+        return false;
+    }
+    if (++m_headBytes > kMaxHead) {
+        Fail(kCXResultBadData);
+        return false;
+    }
+    return true;
 }
 
 bool CXHTTPReplySource::ReadLine(CXStringEdit& line) {
@@ -18,10 +25,6 @@ bool CXHTTPReplySource::ReadLine(CXStringEdit& line) {
         m_openLineEnd = 0;
         if (partner != 0 && byte == partner) {
             continue;
-        }
-        if (++m_headBytes > kMaxHead) {
-            Fail(kCXResultBadData);
-            return false;
         }
         if (byte == '\n') {
             // A carriage return that belongs to it is looked for only when another line is read.

@@ -32,6 +32,7 @@ public:
     void Fail(CXResult result);
 
 private:
+    /// The next byte of the head.
     bool ReadByte(uint8_t& byte);
 
     CXStream& m_connection;
