@@ -46,18 +46,14 @@ CXResult FetchTree(const CXURI& uri, DNValueRef& tree) {
 CXResult LoadControlFile(const CXURI& uri, PatchControl& out,
                          const std::function<void(const CXString&)>& log) {
     DNValueRef tree;
+    CXResult result = kCXResultInvalidArgument;
     if (EqualsNoCase(uri.scheme, "file")) {
-        const CXResult result = ReadTree(uri.ToFilePath(), tree);
-        if (result != kCXResultOK) {
-            return result;
-        }
+        result = ReadTree(uri.ToFilePath(), tree);
     } else if (EqualsNoCase(uri.scheme, "http") || EqualsNoCase(uri.scheme, "https")) {
-        const CXResult result = FetchTree(uri, tree);
-        if (result != kCXResultOK) {
-            return result;
-        }
-    } else {
-        return kCXResultInvalidArgument;
+        result = FetchTree(uri, tree);
+    }
+    if (result != kCXResultOK) {
+        return result;
     }
     if (tree->Get("velpatch-version")->GetInt64() >= kFirstUnknownVersion) {
         return kCXResultUnusable;

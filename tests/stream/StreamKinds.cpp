@@ -12,16 +12,6 @@
 
 #include <zlib.h>
 
-Bytes MakeBytes(size_t count, uint32_t seed) {
-    Bytes bytes(count);
-    uint32_t state = seed * 2654435761U + 1;
-    for (uint8_t& byte : bytes) {
-        state = state * 1664525U + 1013904223U;
-        byte = static_cast<uint8_t>(state >> 24);
-    }
-    return bytes;
-}
-
 Bytes Deflated(const Bytes& bytes, int level) {
     uLongf size = compressBound(static_cast<uLong>(bytes.size()));
     Bytes out(size);
