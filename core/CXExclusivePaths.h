@@ -8,7 +8,9 @@ namespace CXExclusivePaths {
 
 /// Adds the (normalised, absolute) path; false if it is in the set already.
 bool Add(const CXString& path);
+/// Takes the path out, if it is in the set.
 void Remove(const CXString& path);
+/// True if the (normalised, absolute) path is in the set.
 bool Contains(const CXString& path);
 
-}  // namespace CXExclusivePaths
+} // namespace CXExclusivePaths

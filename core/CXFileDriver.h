@@ -34,6 +34,7 @@ struct CXNativeErrors {
     CXNativeError exists;
     CXNativeError lockHeld; ///< another process holds the advisory lock; 0 where there is none
 };
+/// Those of the system that this is built for.
 const CXNativeErrors& CXGetNativeErrors();
 
 /// How a file is to be opened.
@@ -54,6 +55,8 @@ struct CXFileAttributes {
     uint64_t size = 0;
     uint32_t mode = 0;    ///< POSIX permission bits; 0 elsewhere
     int64_t modified = 0; ///< ms since the Unix epoch
+    uint64_t device = 0;  ///< with `serial` tells files apart
+    uint64_t serial = 0;  ///< 0 where the sharing rules of openings keep a file from two uses
 };
 
 /// One entry of a folder.
@@ -76,6 +79,7 @@ class CXFileDriver {
 public:
     virtual ~CXFileDriver() = default;
 
+    /// `out` is a handle that `Close` ends, or kCXNoFile. A folder is no file to read or write.
     virtual CXNativeError Open(const CXString& path, const CXFileOpen& how, CXFileHandle& out) = 0;
     virtual CXNativeError Close(CXFileHandle file) = 0;
     /// One transfer at the current position; `done` may be short. The end is 0 bytes, no error.
@@ -92,20 +96,24 @@ public:
     /// Forces data to the device.
     virtual CXNativeError Flush(CXFileHandle file) = 0;
 
+    /// A link's own attributes, or those of what it leads to.
     virtual CXNativeError GetAttributes(const CXString& path, bool followLinks,
                                         CXFileAttributes& out) = 0;
     /// Fails if `newPath` exists.
     virtual CXNativeError Rename(const CXString& newPath, const CXString& existingPath) = 0;
     /// One level; an existing folder is the platform's "exists" error.
     virtual CXNativeError MakeDirectory(const CXString& path) = 0;
+    /// A file or a link; never what a link leads to.
     virtual CXNativeError RemoveFile(const CXString& path) = 0;
     /// Empty folders only.
     virtual CXNativeError RemoveDirectory(const CXString& path) = 0;
     /// Entries without "." and "..", sorted by bytes.
     virtual CXNativeError List(const CXString& path, std::vector<CXFileEntry>& out) = 0;
+    /// What is mounted, with the bytes that this user may still fill.
     virtual CXNativeError ListVolumes(std::vector<CXVolume>& out) = 0;
     /// The path with all links resolved, in program form.
     virtual CXNativeError ResolvePath(const CXString& path, CXString& out) = 0;
+    /// The permission text of this platform: "w32acl:..." or "posix:0755".
     virtual CXNativeError GetPermissions(const CXString& path, CXString& out) = 0;
     /// Applies a text that belongs to this platform; any other is success without a change.
     virtual CXNativeError SetPermissions(const CXString& path, const CXString& text) = 0;

@@ -188,6 +188,8 @@ public:
         out.mode = info.st_mode & 07777U;
         out.modified = static_cast<int64_t>(info.st_mtim.tv_sec) * 1000 +
                        static_cast<int64_t>(info.st_mtim.tv_nsec) / 1000000;
+        out.device = info.st_dev;
+        out.serial = info.st_ino;
         return 0;
     }
 

@@ -15,12 +15,11 @@ namespace {
 
 /// Largest single transfer in bytes; the calls count in 32 bits.
 constexpr uint64_t kMaxTransfer = 0x40000000;
-/// Absolute paths at least this long go to the system in the extended form, which takes no dot
-/// segments and no doubled separators.
-constexpr size_t kExtendedFrom = 230;
 
+/// The error of a call that has failed: never 0, which would read as success.
 CXNativeError LastError() {
-    return GetLastError();
+    const DWORD error = GetLastError();
+    return error != ERROR_SUCCESS ? error : ERROR_GEN_FAILURE;
 }
 
 /// 0 for a call that succeeded, else its error.
@@ -39,10 +38,12 @@ public:
     operator const wchar_t*() const { return reinterpret_cast<const wchar_t*>(m_text.GetUnits()); }
 
 private:
+    /// The extended form takes no dot segments and no doubled separators.
     static CXStringUTF16 Convert(const CXString& path) {
-        return ToUTF16(path.GetLength() >= kExtendedFrom
-                           ? CXFileSystem::GetExtendedPath(CXFileSystem::NormalisePath(path))
-                           : path);
+        const CXString extended = CXFileSystem::GetExtendedPath(path);
+        return ToUTF16(extended == path
+                           ? path
+                           : CXFileSystem::GetExtendedPath(CXFileSystem::NormalisePath(path)));
     }
     CXStringUTF16 m_text;
 };

@@ -40,24 +40,59 @@ bool IsHeldHere(const CXString& path) {
 }
 
 /// IsWithin by the platform's idea of letter case.
-bool IsWithinVolume(const CXString& mount, const CXString& path) {
+bool IsWithinHere(const CXString& folder, const CXString& path) {
     if (!CXFileSystem::HasWindowsPaths()) {
-        return CXFileSystem::IsWithin(mount, path);
+        return CXFileSystem::IsWithin(folder, path);
     }
-    const CXString start = path.Left(static_cast<int64_t>(mount.GetLength()));
-    return EqualsNoCase(mount, start) && CXFileSystem::IsWithin(start, path);
+    const CXString start = path.Left(static_cast<int64_t>(folder.GetLength()));
+    return EqualsNoCase(folder, start) && CXFileSystem::IsWithin(start, path);
+}
+
+/// Without trailing separators: with them a path of a link means what the link leads to. Elsewhere
+/// than on Windows a backslash belongs to the name.
+CXString WithoutTrailingSlashes(absl::string_view path) {
+    const bool windows = CXFileSystem::HasWindowsPaths();
+    while (path.size() > 1 && (path.back() == '/' || (windows && path.back() == '\\'))) {
+        path.remove_suffix(1);
+    }
+    return CXString(path);
+}
+
+/// True if the path is a root by its text, or once its dot segments are folded. Where no path names
+/// a server, any number of leading "/" is the root, too.
+bool NamesRoot(absl::string_view path) {
+    if (CXFileSystem::IsRoot(path) || CXFileSystem::IsRoot(CXFileSystem::MakeAbsolute(path))) {
+        return true;
+    }
+    if (CXFileSystem::HasWindowsPaths() || path.substr(0, 2) != "//") {
+        return false;
+    }
+    path.remove_prefix(std::min(path.find_first_not_of('/'), path.size()) - 1);
+    return CXFileSystem::IsRoot(CXFileSystem::MakeAbsolute(path));
 }
 
 /// The volume whose mount path is the longest one above `path`; null if none is.
 const CXVolume* FindHolder(const CXString& path, const std::vector<CXVolume>& volumes) {
     const CXVolume* holder = nullptr;
     for (const CXVolume& volume : volumes) {
-        if (IsWithinVolume(CXFileSystem::GetCanonicalPath(volume.mountPath), path) &&
+        if (IsWithinHere(CXFileSystem::GetCanonicalPath(volume.mountPath), path) &&
             (holder == nullptr || volume.mountPath.GetLength() > holder->mountPath.GetLength())) {
             holder = &volume;
         }
     }
     return holder;
+}
+
+/// True if both paths lead to one file, also through links.
+bool IsSameFile(const CXString& a, const CXString& b) {
+    if (CXFileSystem::MakeAbsolute(a) == CXFileSystem::MakeAbsolute(b)) {
+        return true;
+    }
+    CXFileAttributes first;
+    CXFileAttributes second;
+    return Driver().GetAttributes(a, true, first) == 0 &&
+           Driver().GetAttributes(b, true, second) == 0 && first.serial != 0 &&
+           first.serial == second.serial && first.device == second.device;
 }
 
 /// A folder in the middle of a walk.
@@ -247,7 +282,7 @@ CXResult CXFileSystem::CreateDirectory(const CXString& path) {
 
 CXResult CXFileSystem::CreateDirectories(const CXString& path) {
     std::vector<CXString> missing;
-    CXString folder = StripTrailingSeparators(path);
+    CXString folder = WithoutTrailingSlashes(path);
     while (!folder.IsEmpty() && !IsDirectory(folder)) {
         missing.push_back(folder);
         folder = GetParent(folder);
@@ -271,12 +306,13 @@ CXResult CXFileSystem::DeleteDirectory(const CXString& path) {
 }
 
 CXResult CXFileSystem::DeleteRecursive(const CXString& path) {
-    if (path.IsEmpty() || IsRoot(path) || IsRoot(MakeAbsolute(path))) {
+    if (path.IsEmpty() || NamesRoot(path)) {
         return kCXResultAccessDenied;
     }
+    const CXString top = WithoutTrailingSlashes(path);
     CXFileAttributes attributes;
-    if (GetAttributes(path, false, attributes) != kCXResultOK || !attributes.isDirectory) {
-        return DeleteFile(path);
+    if (GetAttributes(top, false, attributes) != kCXResultOK || !attributes.isDirectory) {
+        return DeleteFile(top);
     }
     CXResult first = kCXResultOK;
     std::vector<Level> levels;
@@ -286,7 +322,7 @@ CXResult CXFileSystem::DeleteRecursive(const CXString& path) {
         Remember(first, Enumerate(folder, level.entries));
         levels.push_back(std::move(level));
     };
-    enter(path);
+    enter(top);
     while (!levels.empty()) {
         Level& level = levels.back();
         if (level.next == level.entries.size()) {
@@ -307,7 +343,8 @@ CXResult CXFileSystem::DeleteRecursive(const CXString& path) {
 
 CXResult CXFileSystem::CopyFile(const CXString& source, const CXString& destination,
                                 bool overwrite) {
-    if (MakeAbsolute(source) == MakeAbsolute(destination)) {
+    // Opening the destination would empty the source.
+    if (IsSameFile(source, destination)) {
         return kCXResultAccessDenied;
     }
     if (IsHeldHere(destination)) {
@@ -337,7 +374,7 @@ CXResult CXFileSystem::CopyFile(const CXString& source, const CXString& destinat
 }
 
 CXResult CXFileSystem::CopyDirectory(const CXString& source, const CXString& destination) {
-    if (IsWithin(MakeAbsolute(source), MakeAbsolute(destination))) {
+    if (IsWithinHere(MakeAbsolute(source), MakeAbsolute(destination))) {
         return kCXResultInvalidArgument;
     }
     std::vector<std::pair<CXString, CXString>> folders = {{source, destination}};
@@ -375,8 +412,7 @@ CXResult CXFileSystem::CopyDirectory(const CXString& source, const CXString& des
 
 CXResult CXFileSystem::ReplaceWithBackup(const CXString& target, const CXString& replacement) {
     const CXString backup = BackupPath(target);
-    const bool replaces = Exists(target);
-    if (replaces) {
+    if (Exists(target)) {
         DeleteFile(backup);
         const CXResult result = Rename(backup, target);
         if (result != kCXResultOK) {
@@ -386,15 +422,12 @@ CXResult CXFileSystem::ReplaceWithBackup(const CXString& target, const CXString&
     }
     const CXResult result = Rename(target, replacement);
     if (result != kCXResultOK) {
-        if (replaces) {
-            Rename(target, backup);
-        }
+        // Also without a target of this call: the backup may be what an interrupted one left.
+        Rename(target, backup);
         DeleteFile(replacement);
         return result;
     }
-    if (replaces) {
-        DeleteFile(backup);
-    }
+    DeleteFile(backup);
     return kCXResultOK;
 }
 
@@ -505,7 +538,7 @@ bool CXFileSystem::IsOnVolume(const CXString& path, const CXString& mountPath,
                               const std::vector<CXVolume>& volumes) {
     const CXString place = GetCanonicalPath(path);
     const CXString mount = GetCanonicalPath(mountPath);
-    if (mount.IsEmpty() || !IsWithinVolume(mount, place)) {
+    if (mount.IsEmpty() || !IsWithinHere(mount, place)) {
         return false;
     }
     if (HasWindowsPaths()) {

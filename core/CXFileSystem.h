@@ -22,6 +22,7 @@ CXString Join(absl::string_view a, absl::string_view b);
 /// What stands before the last "/"; empty when there is none. A root keeps its "/" ("/a" gives
 /// "/", "C:/a" gives "C:/"); the parent of a root is empty.
 CXString GetParent(absl::string_view path);
+/// What stands behind the last "/".
 CXString GetFileName(absl::string_view path);
 /// Name without its extension and the dot.
 CXString GetStem(absl::string_view path);
@@ -77,8 +78,8 @@ CXString MakeAbsolute(absl::string_view path);
 /// MakeAbsolute; links are not resolved.
 CXString GetCanonicalPath(absl::string_view path);
 /// True if `path` (below or equal to `root`) passes through a link that leads out of `root`. With
-/// `testLast` the last component counts too. What doesn't exist leads nowhere, a link to nothing
-/// leads outside.
+/// `testLast` the last component counts too. What doesn't exist or can't be looked at leads
+/// nowhere, a link to nothing leads outside.
 bool LeadsOutside(const CXString& root, const CXString& path, bool testLast);
 
 // ---- Changes ----
@@ -97,7 +98,8 @@ CXResult DeleteDirectory(const CXString& path);
 /// Removes a tree. Links are removed, never followed. Goes on after a failure; the first failure
 /// is the result. Empty and root paths are refused with kCXResultAccessDenied.
 CXResult DeleteRecursive(const CXString& path);
-/// Copies one file's bytes and mode, links followed. On failure no partial copy stays.
+/// Copies one file's bytes and mode, links followed. On failure no partial copy stays. A file onto
+/// itself, also by another name of it, is kCXResultAccessDenied.
 CXResult CopyFile(const CXString& source, const CXString& destination, bool overwrite);
 /// Copies a tree; stops at the first failure. Links to files become files, a link to a folder is
 /// a failure, and so is a destination inside the source.
@@ -116,6 +118,7 @@ bool GetFilePermissions(const CXString& path, CXString& out);
 CXResult SetFilePermissions(const CXString& path, const CXString& text);
 /// Gives `to` the POSIX permission bits of `from` (nothing on Windows).
 CXResult CopyMode(const CXString& from, const CXString& to);
+/// Has a path removed at the next start of the system; a failure where there is no such thing.
 CXResult DeleteAtReboot(const CXString& path);
 /// Extension of shortcuts with its dot: ".lnk" or ".desktop".
 absl::string_view GetLinkExtension();
@@ -137,6 +140,7 @@ bool IsOnVolume(const CXString& path, const CXString& mountPath,
 
 // ---- Folders of the system and the process ----
 
+/// Folders of the user and the system; the start menu's is that of the programs in it.
 enum class KnownFolder : uint8_t { LocalAppData, StartMenu, Desktop, ProgramFiles };
 /// Empty when the system can't name it.
 CXString GetKnownFolder(KnownFolder folder);
@@ -148,6 +152,7 @@ CXString GetModulePath();
 CXString GetApplicationFolder();
 /// Replaces the application folder (for tests); empty restores it.
 void SetApplicationFolder(const CXString& folder);
+/// The folder that relative paths start from; it is the whole process's.
 CXString GetCurrentDirectory();
 CXResult SetCurrentDirectory(const CXString& path);
 /// Starts a program without waiting for it.
@@ -156,4 +161,4 @@ CXResult Launch(const CXString& program, const std::vector<CXString>& arguments,
 /// Opens an address in the user's browser.
 CXResult OpenURL(const CXString& url);
 
-}  // namespace CXFileSystem
+} // namespace CXFileSystem

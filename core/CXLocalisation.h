@@ -18,11 +18,21 @@ CXString GetLocalisedString(const CXString& key);
 /// never used as a format string.
 CXString FormatLocalisedStringList(const CXString& key, const std::vector<CXString>& arguments);
 
-inline CXString ToLocalisedArgument(const CXString& text) { return text; }
-inline CXString ToLocalisedArgument(const char* text) { return CXString(text); }
-inline CXString ToLocalisedArgument(int64_t number) { return CXString::Format("%d", number); }
-inline CXString ToLocalisedArgument(int32_t number) { return CXString::Format("%d", number); }
+/// An argument as the text that stands for it; numbers in decimal.
+inline CXString ToLocalisedArgument(const CXString& text) {
+    return text;
+}
+inline CXString ToLocalisedArgument(const char* text) {
+    return CXString(text);
+}
+inline CXString ToLocalisedArgument(int64_t number) {
+    return CXString::Format("%d", number);
+}
+inline CXString ToLocalisedArgument(int32_t number) {
+    return CXString::Format("%d", number);
+}
 
+/// The same with the arguments one by one.
 template <typename... Args>
 CXString FormatLocalisedString(const CXString& key, const Args&... arguments) {
     return FormatLocalisedStringList(key, {ToLocalisedArgument(arguments)...});
@@ -35,8 +45,8 @@ struct CXLocalisedStringRecursionGuard {
 };
 
 /// Finds the text of a "$(key)": true if known, with the (already expanded) text in `out`.
-using CXLocalisedTextResolver = std::function<bool(
-    const CXString& key, CXStringEdit& out, const CXLocalisedStringRecursionGuard* guard)>;
+using CXLocalisedTextResolver = std::function<bool(const CXString& key, CXStringEdit& out,
+                                                   const CXLocalisedStringRecursionGuard* guard)>;
 
 /// Expands every "$(name,arguments)" of the text in place.
 void ExpandLocalisedText(CXStringEdit& edit, const CXLocalisedTextResolver& resolver,

@@ -16,6 +16,7 @@ void CXLog(absl::string_view text);
 /// As CXLog, then the error hook; with a debugger attached it breaks unless suppressed.
 void CXError(absl::string_view text);
 
+/// The two with a printf-like format (see CXString::Format).
 template <typename... Args> void CXLogFormat(const char* format, const Args&... args) {
     CXLog(CXString::Format(format, args...));
 }

@@ -9,7 +9,9 @@
 /// Incremental MD5. One object is used by one thread at a time.
 class CXMD5 {
 public:
+    /// Begins a digest.
     CXMD5();
+    /// Adds bytes.
     void Update(const void* data, size_t count);
     /// Finishes; the object must not be updated afterwards.
     void Finish(uint8_t digest[16]);

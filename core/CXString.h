@@ -79,6 +79,7 @@ public:
         }
         return word == 0 ? kEmptyText : reinterpret_cast<const char*>(&m_word) + 1;
     }
+    /// The bytes; valid as long as `GetData`.
     absl::string_view View() const { return absl::string_view(GetData(), GetLength()); }
     operator absl::string_view() const { return View(); }
     bool IsEmpty() const { return m_word.load(std::memory_order_relaxed) == 0; }
@@ -128,6 +129,7 @@ public:
         const absl::FormatArg list[] = {absl::FormatArg(args)..., absl::FormatArg(0)};
         return FormatUntyped(format, absl::Span<const absl::FormatArg>(list, sizeof...(Args)));
     }
+    /// The same with the arguments in a list.
     static CXString FormatUntyped(absl::string_view format, absl::Span<const absl::FormatArg> args);
 
     // Hidden friends, so that comparing two views never considers them.

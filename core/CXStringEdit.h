@@ -23,8 +23,11 @@ public:
     CXStringEdit& operator=(const CXStringEdit& other);
     CXStringEdit& operator=(CXStringEdit&& other) noexcept;
 
+    /// Empties the buffer and keeps its area.
     void Clear() { m_length = 0; }
+    /// Replaces the text.
     void Assign(absl::string_view view);
+    /// Appends bytes, NULs included.
     void Append(absl::string_view view) {
         if (view.size() >= m_capacity - m_length) {
             AppendGrowing(view);
@@ -44,6 +47,7 @@ public:
     /// Sets the length; new bytes are zero.
     void Resize(uint64_t length);
 
+    /// The bytes, without a NUL behind them; valid until the next change.
     char* GetData() { return m_data; }
     const char* GetData() const { return m_data; }
     size_t GetLength() const { return static_cast<size_t>(m_length); }
@@ -51,10 +55,11 @@ public:
     bool IsEmpty() const { return m_length == 0; }
     absl::string_view View() const { return absl::string_view(m_data, GetLength()); }
     operator absl::string_view() const { return View(); }
+    /// A string of the bytes.
     CXString ToString() const;
 
-    /// Appends printf-like formatted text (`%s` takes a C string); a failed format empties the
-    /// buffer's appended part.
+    /// Appends printf-like formatted text (`%s` takes a C string); a failed format appends
+    /// nothing.
     template <typename... Args> void AppendFormat(const char* format, const Args&... args) {
         const absl::FormatArg list[] = {absl::FormatArg(args)..., absl::FormatArg(0)};
         AppendFormatUntyped(format, absl::Span<const absl::FormatArg>(list, sizeof...(Args)));

@@ -12,6 +12,7 @@ public:
     /// Copies `count` units.
     CXStringUTF16(const char16_t* units, size_t count);
 
+    /// Units without the terminator.
     size_t CountUnits() const { return GetLength() / 2; }
     /// Zero-terminated units; valid while the object lives and isn't changed.
     const char16_t* GetUnits() const;

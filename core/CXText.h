@@ -10,6 +10,7 @@ class CXStringEdit;
 /// Reads an optional minus and ASCII digits at the front of `cursor` and moves it behind them.
 /// False without a digit or on overflow; then the cursor stays put and out is 0.
 bool ParseInt64(absl::string_view& cursor, int64_t& out);
+/// The same for 32 bits.
 bool ParseInt32(absl::string_view& cursor, int32_t& out);
 /// The whole view as a number, else the default (overflow too).
 int64_t ToInt64(absl::string_view view, int64_t defaultValue);

@@ -11,7 +11,8 @@
 namespace {
 
 constexpr int64_t kMillisecondsPerSecond = 1000;
-// The last second that every platform's calendar functions take: the end of the year 2999, UTC.
+// The last second that every platform's calendar functions take: just before the end of the year
+// 2999, UTC.
 constexpr int64_t kLatestSecond = 0x7915ecbfe;
 
 struct FirstSample {

@@ -8,6 +8,7 @@
 /// Milliseconds since the Unix epoch.
 class CXTime {
 public:
+    /// The system's clock, now.
     static int64_t GetCurrentTime();
     /// Midnight of the local day that holds `timestamp` (ms); out of range it logs and answers 0.
     static int64_t GetStartOfDay(int64_t timestamp);

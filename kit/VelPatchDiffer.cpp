@@ -28,8 +28,9 @@ constexpr uint64_t kLeastProfitable = 8;
 
 std::vector<VelPatchMatch> VelPatchDiffer::FindMatches() {
     m_matches.clear();
+    m_leastLength = kLeastProfitable;
     Align({0, m_old.size(), 0, m_new.size()}, 0);
-    DropUnprofitable();
+    DropShort(kLeastProfitable);
     return std::move(m_matches);
 }
 
@@ -92,12 +93,17 @@ void VelPatchDiffer::Add(const VelPatchMatch& match) {
             return;
         }
     }
+    // Some contents would give a piece for every few bytes. What the list may hold is a share of
+    // the file; beyond it the shortest go.
+    while (m_matches.size() >= std::max<uint64_t>(1 << 20, m_new.size() / 32)) {
+        m_leastLength *= 2;
+        DropShort(m_leastLength);
+    }
     m_matches.push_back(match);
 }
 
-void VelPatchDiffer::DropUnprofitable() {
+void VelPatchDiffer::DropShort(uint64_t least) {
     // Dropping a piece joins the replaces on its two sides, so each is judged by itself; one that
     // has literal bytes on one side only saves less, but not so much less that it matters.
-    std::erase_if(m_matches,
-                  [](const VelPatchMatch& match) { return match.length < kLeastProfitable; });
+    std::erase_if(m_matches, [&](const VelPatchMatch& match) { return match.length < least; });
 }

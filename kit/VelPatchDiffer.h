@@ -36,10 +36,11 @@ private:
     void Align(Region region, size_t level);
     /// Adds a piece behind the ones so far; joins it with the last where they touch.
     void Add(const VelPatchMatch& match);
-    /// Removes the pieces whose command costs more than their bytes.
-    void DropUnprofitable();
+    /// Gives up the pieces shorter than `least`.
+    void DropShort(uint64_t least);
 
     std::span<const uint8_t> m_old;
     std::span<const uint8_t> m_new;
     std::vector<VelPatchMatch> m_matches;
+    uint64_t m_leastLength = 0;
 };

@@ -339,6 +339,7 @@ int RunKit(const std::vector<std::string>& arguments) {
     DefineApply(app, options);
 
     std::vector<const char*> pointers;
+    pointers.reserve(arguments.size());
     for (const std::string& argument : arguments) {
         pointers.push_back(argument.c_str());
     }

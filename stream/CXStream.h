@@ -52,6 +52,7 @@ struct CXStreamProgressCallbackData {
     uint64_t bytesTotal;
 };
 
+/// What a copy may be given besides its streams.
 struct CXStreamCopyOptions {
     /// Called after each piece; false ends the copy with kCXResultCancelled.
     std::function<bool(const CXStreamProgressCallbackData&)> progress;
@@ -76,11 +77,13 @@ public:
     virtual void SetSize(uint64_t size);
     /// Entry for callers that hold the stream without its inline operations; the same as `Write`.
     virtual uint64_t WriteUnbuffered(const void* data, uint64_t count);
+    /// Sets the bits of `mask` to those of `value`, in streams that know such bits.
     virtual void SetFlagsUnderMask(uint32_t value, uint32_t mask);
     /// True if the stream took the option.
     virtual bool SetOption(uint32_t code, uint64_t value);
     /// Reserved; false.
     virtual bool QueryReserved();
+    /// Ends the use; the base stores kCXResultNotSupported.
     virtual void Close();
     /// Hands buffered data on; see kCXFlushToDevice.
     virtual void Flush(uint32_t options = 0);

@@ -157,7 +157,9 @@ uint64_t CXStreamCacheHelper::CachedWrite(const void* data, uint64_t count) {
         owner.SetError(kCXResultInvalidArgument);
         return 0;
     }
-    Synchronise();
+    if (!Synchronise()) {
+        return 0;
+    }
     FlushWindow();
     if (m_writeBufferSize != 0 && owner.m_windowBase == nullptr &&
         AllocateWindow(m_writeBufferSize)) {
@@ -194,15 +196,16 @@ uint64_t CXStreamCacheHelper::CachedSeek(int64_t position) {
         return 0;
     }
     FlushWindow();
-    const uint64_t before = owner.GetPosition();
+    // One raw seek does for both giving up a read window and moving. If it fails, the window and
+    // the raw position behind it stay as they were.
     const uint64_t target = static_cast<uint64_t>(position);
-    // One raw seek does for both giving up a read window and moving.
-    FreeWindow(before);
+    const uint64_t raw =
+        owner.m_windowOffset + static_cast<uint64_t>(owner.m_readLimit - owner.m_windowBase);
     if (!RawSeek(target)) {
-        RawSeek(before);
+        RawSeek(raw);
         return 0;
     }
-    owner.m_windowOffset = target;
+    FreeWindow(target);
     return target;
 }
 
@@ -250,16 +253,16 @@ void CXStreamCacheHelper::FlushWindow() {
     }
 }
 
-void CXStreamCacheHelper::Synchronise() {
+bool CXStreamCacheHelper::Synchronise() {
     if (!HasReadWindow()) {
-        return;
+        return true;
     }
     const uint64_t position = m_owner->GetPosition();
-    const bool moved = m_owner->m_readLimit != m_owner->m_cursor;
-    FreeWindow(position);
-    if (moved) {
-        RawSeek(position);
+    if (m_owner->m_readLimit != m_owner->m_cursor && !RawSeek(position)) {
+        return false;
     }
+    FreeWindow(position);
+    return true;
 }
 
 void CXStreamCacheHelper::DropWindow() {

@@ -41,8 +41,9 @@ protected:
     bool CachedSetOption(uint32_t code, uint64_t value);
     /// Writes out a write window, which stays as an empty one.
     void FlushWindow();
-    /// Gives a read window up and moves the raw position to the logical one.
-    void Synchronise();
+    /// Gives a read window up and moves the raw position to the logical one. False with the error
+    /// set if that can't be; the window then stays.
+    bool Synchronise();
     /// Writes out a write window, gives any window up, and brings the raw position to the logical
     /// one.
     void DropWindow();

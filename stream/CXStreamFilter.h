@@ -5,6 +5,7 @@
 
 #include <memory>
 
+/// One search, to be made in any number of streams.
 class CXStreamFilter {
 public:
     /// What a search found.

@@ -15,6 +15,7 @@ public:
 
     /// What is in memory plus, if the source knows it, what is still to come.
     uint64_t GetSize() override;
+    /// Refused, like writes and options.
     void SetSize(uint64_t size) override;
     bool SetOption(uint32_t code, uint64_t value) override;
     /// Closes the source.

@@ -4,8 +4,8 @@
 #include "stream/CXStream.h"
 
 /// The parent is not owned and must outlive the open subfile. Reads and writes go through the
-/// parent from where it stands, so nobody else should move a parent meanwhile. Closed: every
-/// operation stores kCXResultAlreadyOpen.
+/// parent from where it stands, so nobody else should move a parent meanwhile. Closed: reads,
+/// writes, seeks and flushes store kCXResultAlreadyOpen.
 class CXStreamSubfile : public CXStream {
 public:
     CXStreamSubfile();

@@ -39,6 +39,7 @@ protected:
     bool m_valid = false; ///< the zlib state is set up
 };
 
+/// Makes a zlib stream.
 class StreamProcessorZLibCompress : public StreamProcessorZLib {
 public:
     /// `level` is zlib's, 0 to 9, or Z_DEFAULT_COMPRESSION.
@@ -48,6 +49,7 @@ public:
     CXResult Process() override;
 };
 
+/// Inflates a zlib stream.
 class StreamProcessorZLibDecompress : public StreamProcessorZLib {
 public:
     StreamProcessorZLibDecompress();

@@ -206,6 +206,10 @@ TEST(FileSystem, CreateAndDelete) {
     temp.WriteFile("f", "x");
     EXPECT_EQ(fs::CreateDirectory(temp.Path("f")), kCXResultAlreadyExists);
     EXPECT_NE(fs::CreateDirectories(temp.Path("f/g")), kCXResultOK);
+    if (!fs::HasWindowsPaths()) {
+        EXPECT_EQ(fs::CreateDirectories(temp.Path("odd\\")), kCXResultOK);
+        EXPECT_TRUE(temp.Has("odd\\") && !temp.Has("odd")) << "the backslash is of the name";
+    }
 
     EXPECT_EQ(fs::DeleteDirectory(temp.Path("x")), kCXResultFailed);
     EXPECT_EQ(fs::DeleteDirectory(temp.Path("x/y/z")), kCXResultOK);
@@ -238,8 +242,18 @@ TEST(FileSystem, DeletionsTellWhatIsInUse) {
 
 TEST(FileSystem, DeleteRecursive) {
     TempFolder temp;
-    for (const char* path : {"", "/", "C:/", "//server/share", "/..", "/a/.."}) {
-        EXPECT_EQ(fs::DeleteRecursive(path), kCXResultAccessDenied) << path;
+    {
+        // Nothing of the real root may be touched, should one of these get through.
+        FaultFileDriver faulty;
+        faulty.Fail(FileFault::Full, 1, UINT64_MAX);
+        ScopedFileDriver use(faulty);
+        for (const char* path : {"", "/", "C:/", "//server/share", "/..", "/a/.."}) {
+            EXPECT_EQ(fs::DeleteRecursive(path), kCXResultAccessDenied) << path;
+        }
+        for (const char* path : {"//", "///", "//.", "//a/..", "///a/b/../.."}) {
+            EXPECT_EQ(fs::DeleteRecursive(path) == kCXResultAccessDenied, !fs::HasWindowsPaths())
+                << path;
+        }
     }
     temp.WriteFile("keep/k", "k");
     temp.WriteFile("t/a/b/c", "1");
@@ -262,7 +276,8 @@ TEST(FileSystem, DeleteRecursive) {
     EXPECT_FALSE(temp.Has("t"));
     EXPECT_EQ(fs::DeleteRecursive(temp.Path("t")), kCXResultNotFound);
     if (links) {
-        EXPECT_EQ(fs::DeleteRecursive(temp.Path("lone")), kCXResultOK);
+        EXPECT_EQ(fs::DeleteRecursive(fs::Join(temp.Path("lone"), "/")), kCXResultOK);
+        EXPECT_FALSE(temp.Has("lone"));
     }
     EXPECT_EQ(temp.ReadFile("keep/k"), "k");
 }
@@ -311,6 +326,11 @@ TEST(FileSystem, CopyFile) {
     temp.WriteFile("b", "old");
     EXPECT_EQ(fs::CopyFile(temp.Path("a"), temp.Path("b"), false), kCXResultAlreadyExists);
     EXPECT_EQ(fs::CopyFile(temp.Path("a"), temp.Path("./a"), true), kCXResultAccessDenied);
+    if (temp.MakeLink("same", "a")) {
+        EXPECT_EQ(fs::CopyFile(temp.Path("a"), temp.Path("same"), true), kCXResultAccessDenied);
+        EXPECT_EQ(temp.ReadFile("a"), contents);
+        temp.Remove("same");
+    }
     EXPECT_EQ(fs::CopyFile(temp.Path("none"), temp.Path("c"), true), kCXResultNotFound);
     EXPECT_FALSE(temp.Has("c"));
     EXPECT_EQ(fs::CopyFile(temp.Path("a"), temp.Path("b"), true), kCXResultOK);
@@ -407,6 +427,18 @@ TEST(FileSystem, ReplaceWithBackupFailures) {
     EXPECT_EQ(temp.ReadFile("t"), "new");
     EXPECT_EQ(temp.Tree().size(), 1U);
     EXPECT_EQ(fs::RecoverBackup(temp.Path("neither")), kCXResultOK);
+
+    // The only copy is the backup of an interrupted call that nobody has repaired.
+    temp.Remove("t");
+    temp.WriteFile("t.abku", "old");
+    EXPECT_EQ(fs::ReplaceWithBackup(temp.Path("t"), temp.Path("none")), kCXResultNotFound);
+    EXPECT_EQ(temp.ReadFile("t"), "old");
+    temp.Remove("t");
+    temp.WriteFile("t.abku", "old");
+    temp.WriteFile("r", "new");
+    EXPECT_EQ(fs::ReplaceWithBackup(temp.Path("t"), temp.Path("r")), kCXResultOK);
+    EXPECT_EQ(temp.ReadFile("t"), "new");
+    EXPECT_EQ(temp.Tree().size(), 1U);
 }
 
 TEST(FileSystem, UniqueNames) {

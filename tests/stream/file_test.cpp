@@ -266,6 +266,24 @@ TEST_F(StreamFileCalls, AFullDiskShowsInCountOrError) {
     EXPECT_EQ(m_folder.ReadFile("f"), TextOf(fresh));
 }
 
+// The raw position must never part from the logical one: data would land in the wrong place.
+TEST_F(StreamFileCalls, AFailedSeekMovesNothing) {
+    Open(10000, kOpenWrite);
+    EXPECT_EQ(Read(10), Slice(0, 10));
+    m_driver.Fail(FileFault::Device, 1, 1, FileOp::Seek);
+    EXPECT_FALSE(m_file.WriteU8(0xEE)) << "the read window can't be given up";
+    m_driver.Fail(FileFault::Device, 1, 2, FileOp::Seek);
+    EXPECT_EQ(m_file.Seek(9000, kCXSeekStart), 0U);
+    EXPECT_EQ(m_file.GetLastError(), kCXResultNoResources);
+    EXPECT_EQ(m_file.GetPosition(), 10U);
+    EXPECT_EQ(Read(5000), Slice(10, 5000));
+    m_file.ResetError();
+    EXPECT_TRUE(m_file.WriteU8(0xEE));
+    m_file.Close();
+    m_bytes[5010] = 0xEE;
+    EXPECT_EQ(m_folder.ReadFile("f"), TextOf(m_bytes));
+}
+
 /// A session that uses every call; true if the stream reported any failure.
 bool RunSession(const CXString& path) {
     CXStreamFile file;
