@@ -154,11 +154,11 @@ TEST(Exchange, RepliesComeOutTheSameHoweverTheyArrive) {
                 EXPECT_EQ(played.reply.status, expected.status.value_or(played.reply.status));
                 EXPECT_EQ(played.body, expected.body);
                 EXPECT_FALSE(played.hasWaited);
-                for (const auto& [name, value] : expected.headers) {
-                    const auto range = played.reply.headers.equal_range(CXString(name));
+                for (const auto& wanted : expected.headers) {
+                    const auto range = played.reply.headers.equal_range(CXString(wanted.first));
                     EXPECT_TRUE(std::any_of(range.first, range.second, [&](const auto& header) {
-                        return header.second == CXString(value);
-                    })) << name;
+                        return header.second == CXString(wanted.second);
+                    })) << wanted.first;
                 }
                 EXPECT_EQ(log.Get(), expected.log.value_or(log.Get()));
             }

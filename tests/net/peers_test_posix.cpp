@@ -110,7 +110,7 @@ TEST_F(WebPeersTest, RedirectsCredentialsAndCookies) {
     CXURI uri{s_peers->Http("/who")};
     uri.user = "user";
     uri.password = "pw";
-    EXPECT_EQ(Fetch(connection, std::string(uri.ToString().View())).substr(0, 33),
+    EXPECT_EQ(Fetch(connection, std::string(uri.ToString().View())).substr(0, 32),
               "0:200:Basic dXNlcjpwdw==||Close|");
     EXPECT_EQ(Fetch(connection, s_peers->Http("/cookies")), "0:200:set");
     EXPECT_EQ(Fetch(connection, s_peers->Http("/who")).substr(0, 16), "0:200:|a=1; b=2|");
