@@ -14,6 +14,7 @@ public:
     DNValueRef GetMeta() override;
     DNValueRef FindMeta() const override { return m_meta; }
     CXString GetDebugText() const override;
+    const char* GetTypeName() const override { return "DNMemoryDataValue"; }
 
     /// The pair without a copy; valid until SetData.
     const DNData& PeekData() const { return m_data; }

@@ -49,14 +49,24 @@ size_t DNMemoryValue::FindIndex(const DNData& key) const {
         }
         return kNoEntry;
     }
-    if (!m_index) {
-        m_index = std::make_unique<Index>();
-        for (size_t i = 0; i < m_children.size(); ++i) {
-            m_index->positions.emplace(KeyOf(m_children[i]), i);
+    if (!m_isIndexed.load(std::memory_order_acquire)) {
+        const CXCriticalSectionGuard guard(AddressLock(this)); // other readers may be here too
+        if (!m_index) {
+            auto index = std::make_unique<Index>();
+            for (size_t i = 0; i < m_children.size(); ++i) {
+                index->positions.emplace(KeyOf(m_children[i]), i);
+            }
+            m_index = std::move(index);
+            m_isIndexed.store(true, std::memory_order_release);
         }
     }
     const auto found = m_index->positions.find(key);
     return found == m_index->positions.end() ? kNoEntry : found->second;
+}
+
+void DNMemoryValue::DropIndex() {
+    m_isIndexed.store(false, std::memory_order_relaxed);
+    m_index.reset();
 }
 
 size_t DNMemoryValue::Append(const DNData& key, const DNValueRef& value) {
@@ -80,7 +90,7 @@ DNValueRef DNMemoryValue::RemoveAt(size_t index) {
             m_index->positions.erase(found);
         }
     } else {
-        m_index.reset(); // every later position changes
+        DropIndex(); // every later position changes
     }
     m_children.erase(m_children.begin() + static_cast<std::ptrdiff_t>(index));
     const CXCriticalSectionGuard guard(AddressLock(this));
@@ -109,7 +119,7 @@ void DNMemoryValue::StoreValue(size_t index, const DNValueRef& value) {
 
 void DNMemoryValue::StoreKey(size_t index, const DNData& key) {
     m_children[index].key = new DNMemoryDataValue(key);
-    m_index.reset();
+    DropIndex();
     if (HasListeners()) {
         Broadcast(DNIteratorKeyChangedMessage(this, index));
     }

@@ -3,6 +3,7 @@
 
 #include "dn/DNValue.h"
 
+#include <atomic>
 #include <cstddef>
 #include <memory>
 #include <vector>
@@ -12,8 +13,9 @@ class DNMemoryIterator;
 /// A folder of key and value pairs in the order in which they were added.
 /// Finding a key is a walk for small folders and a logarithmic look-up in a
 /// side index for larger ones, whatever the keys (they may come from outside).
-/// One thread at a time, as DNValue says; only the list of live iterators is
-/// guarded, so that iterators may be dropped on any thread.
+/// Changed by one thread at a time, as DNValue says. Guarded are the side index
+/// that a look-up makes, so that several threads may read, and the list of live
+/// iterators, so that iterators may be dropped on any thread.
 class DNMemoryValue : public DNValue {
 public:
     DNMemoryValue();
@@ -42,6 +44,7 @@ public:
     DNValueRef GetMeta() override;
     DNValueRef FindMeta() const override;
     CXString GetDebugText() const override;
+    const char* GetTypeName() const override { return "DNMemoryValue"; }
     DNValueRef ChildAt(size_t index) const override;
     DNData KeyAt(size_t index) const override;
 
@@ -65,6 +68,7 @@ private:
     static const DNData& KeyOf(const Entry& entry);
 
     size_t FindIndex(const DNData& key) const;
+    void DropIndex();
     size_t Append(const DNData& key, const DNValueRef& value);
     DNValueRef RemoveAt(size_t index);
     void StoreValue(size_t index, const DNValueRef& value);
@@ -78,6 +82,7 @@ private:
 
     std::vector<Entry> m_children;
     DNValueRef m_meta;
-    mutable std::unique_ptr<Index> m_index;
+    mutable std::unique_ptr<Index> m_index; ///< made under the address lock
+    mutable std::atomic<bool> m_isIndexed{false};
     DNMemoryIterator* m_iterators = nullptr; ///< live iterators, under the address lock
 };

@@ -61,6 +61,7 @@ private:
     size_t m_index;
 };
 
+/// The two directions between an element of a container and its data pair.
 inline DNData DNDataOfElement(int32_t element) {
     return DNData::Int(element);
 }

@@ -258,15 +258,6 @@ void DNTranslator::Register(const DNTranslator* translator) {
     Append(GetList(), translator);
 }
 
-size_t DNTranslator::GetRegisteredCount() {
-    return GetList().size();
-}
-
-const DNTranslator* DNTranslator::GetRegistered(size_t index) {
-    const TranslatorList& list = GetList();
-    return index < list.size() ? list[index] : nullptr;
-}
-
 CXResult Translate(const DNData& value, uint32_t toType, DNData& out) {
     if (value.type == toType) {
         out = value;

@@ -24,9 +24,6 @@ public:
     /// Appends a translator to the list, which doesn't own it; it must live as long as the process.
     /// For start-up only, before another thread translates.
     static void Register(const DNTranslator* translator);
-    static size_t GetRegisteredCount();
-    /// Null when out of range.
-    static const DNTranslator* GetRegistered(size_t index);
 
 private:
     uint32_t m_fromType;

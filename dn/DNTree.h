@@ -19,6 +19,7 @@ public:
     /// Replaces the whole content. No message is sent.
     void SetRoot(const DNValueRef& root);
 
+    const char* GetTypeName() const override { return "DNTree"; }
     CXResult ProcessMessage(const CXMessage& message) override;
 
 private:

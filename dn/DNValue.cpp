@@ -28,7 +28,7 @@ bool AnnounceRelease(DNValue* value) {
     const DNValue* const outer = t_announced;
     t_announced = value;
     value->AddReference();
-    value->Broadcast(CXMessage(kDNValueReleaseValue, value));
+    value->Broadcast(CXMessageDNValueParam(kDNValueReleaseValue, value, value));
     value->RemoveReference();
     t_announced = outer;
     return value->GetReferenceCount() == 0;

@@ -78,6 +78,7 @@ public:
     virtual DNValueRef FindMeta() const;
     /// "DNValue{}" and the like, for logs.
     virtual CXString GetDebugText() const;
+    const char* GetTypeName() const override { return "DNValue"; }
 
     // ---- Conveniences ----
 

@@ -96,6 +96,9 @@ size_t CXGenericEventContextManualBase::CountHandlers() {
 void CXGenericEventContextManualBase::RunPass() {
     const int64_t serial = CXGenericEvent::NextSerial();
     const CXRecursiveLockGuard guard(m_lock);
+    if (m_called != nullptr) {
+        return; // from within a handler: the pass that called it goes on with its own cursor
+    }
     m_cursor = 0;
     m_removedCurrent = false;
     while (m_cursor < m_handlers.size()) {
@@ -104,12 +107,12 @@ void CXGenericEventContextManualBase::RunPass() {
             ++m_cursor;
             continue;
         }
-        Handler* const outer = std::exchange(m_called, handler);
+        m_called = handler;
         const int result = handler->callback != nullptr
                                ? handler->callback(handler->target, handler->userData)
                                : handler->function();
-        m_called = outer;
-        if (handler->removed && handler != outer) {
+        m_called = nullptr;
+        if (handler->removed) {
             handler->Abandon();
         }
         if (m_removedCurrent) {

@@ -26,9 +26,9 @@ public:
     size_t CountHandlers();
 
 protected:
-    /// One pass over the table. A handler that removes itself by one of the operations, and not by
-    /// its result, keeps the rest of the pass from moving past entries that fire: they are called
-    /// again until their event stops holding.
+    /// One pass over the table; called from within a handler it does nothing. A handler that
+    /// removes itself by one of the operations, and not by its result, keeps the rest of the pass
+    /// from moving past entries that fire: they are called again until their event stops holding.
     void RunPass();
 
 private:

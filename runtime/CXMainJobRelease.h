@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <memory>
+#include <utility>
 
 /// Given to a job of `CXWorkerHost::RunOnMainAndWait`. Copies share one waiter. Calling `Release`
 /// ends the wait with true; destroying the last copy without that ends it with false. Any thread.
@@ -17,9 +18,11 @@ public:
         std::atomic<bool> left{false};
     };
 
+    /// For the worker host.
     explicit CXMainJobRelease(std::shared_ptr<Ticket> ticket)
         : m_guard(std::make_shared<Guard>(std::move(ticket))) {}
 
+    /// The main thread's answer is there: the waiter goes on.
     void Release() const {
         m_guard->ticket->released.store(true, std::memory_order_release);
         m_guard->ticket->done.Set();

@@ -13,6 +13,7 @@
 /// named here to its listeners.
 class CXProgressLog : public DynamicReferenceCount, public CXMessageTarget {
 public:
+    /// Message names.
     static const CXString kLogAdded;
     static const CXString kLogsRemoved;
     static const CXString kBecameImmutable;
@@ -20,10 +21,15 @@ public:
 
     const char* GetTypeName() const override { return "CXProgressLog"; }
 
+    /// Appends a line.
     virtual void AddLog(const CXString& text);
+    /// Appends the log of a part of the work, which isn't owned.
     virtual void AddChildLog(const CXString& name, CXProgressLog* child);
+    /// Removes all lines and child logs.
     virtual void RemoveLogs();
+    /// Takes no more lines from then on.
     virtual void MakeImmutable();
+    /// Number of lines and child logs.
     virtual size_t CountLogs() const;
 
     /// The one instance that stands where nobody set another; never null.

@@ -7,7 +7,9 @@
 class CXRuntimeModule {
 public:
     virtual ~CXRuntimeModule() = default;
+    /// On the main thread, when everything else stands.
     virtual void RuntimeStarted() = 0;
+    /// On the main thread, while all but the workers still stands.
     virtual void RuntimeStopping() = 0;
 };
 

