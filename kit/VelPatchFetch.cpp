@@ -42,9 +42,8 @@ public:
                     ? CXString::Format("fetching, %.1f MiB at %.1f MiB/s",
                                        static_cast<double>(m_bytes) / kBytesPerMiB, GetRate())
                     : CXString("fetching");
-            m_console.ShowProgress(activity, data.sizeUnknown != 0
-                                                 ? -1.0
-                                                 : static_cast<double>(data.fraction));
+            m_console.ShowProgress(
+                activity, data.sizeUnknown != 0 ? -1.0 : static_cast<double>(data.fraction));
         }
         return !KitPlatform::IsInterrupted();
     }
@@ -171,8 +170,8 @@ int FetchFile(const VelPatchFetchOptions& options, VelPatchConsole& console) {
         console.Complain("stopped");
         return kKitStopped;
     }
-    console.Complain(CXString::Format("%s (result %d, status %d)", Explain(result, status), result,
-                                      status));
+    console.Complain(
+        CXString::Format("%s (result %d, status %d)", Explain(result, status), result, status));
     if (!debugText.IsEmpty()) {
         console.Say(debugText.ToString());
     }

@@ -78,9 +78,8 @@ TEST(CXURI, MalformedAddressesAreEmptyAndLoggedWithoutCredentials) {
     for (const auto& one : cases) {
         const LogCapture log;
         EXPECT_TRUE(CXURI(one.text).IsEmpty()) << one.text;
-        EXPECT_EQ(log.Get(),
-                  std::vector<std::string>{std::string("CXURI> bad URI format '") + one.logged +
-                                           "'"});
+        EXPECT_EQ(log.Get(), std::vector<std::string>{std::string("CXURI> bad URI format '") +
+                                                      one.logged + "'"});
     }
 }
 

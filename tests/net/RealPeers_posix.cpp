@@ -148,9 +148,9 @@ bool WebPeers::StartNginx() {
     Replace(text, "@HTTPS@", std::to_string(m_httpsPort));
     Replace(text, "@PROXY@", std::to_string(m_plainProxyPort));
     Write("nginx.conf", text);
-    return m_nginx.Start({"nginx", "-c", Folder() + "/nginx.conf", "-p", Folder(), "-e",
-                          Folder() + "/peers.log"},
-                         m_httpPort, Folder() + "/peers.log");
+    return m_nginx.Start(
+        {"nginx", "-c", Folder() + "/nginx.conf", "-p", Folder(), "-e", Folder() + "/peers.log"},
+        m_httpPort, Folder() + "/peers.log");
 }
 
 bool WebPeers::StartTinyproxy() {

@@ -31,8 +31,8 @@ public:
         }
         uint64_t got = 0;
         while (got < count) {
-            const size_t some = std::min({static_cast<size_t>(count - got), m_step,
-                                          m_reply.size() - m_position});
+            const size_t some =
+                std::min({static_cast<size_t>(count - got), m_step, m_reply.size() - m_position});
             std::memcpy(static_cast<char*>(data) + got, m_reply.data() + m_position, some);
             m_position += some;
             got += some;

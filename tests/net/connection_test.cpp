@@ -15,11 +15,12 @@
 namespace {
 
 const std::string kGood = "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok";
-const std::string kKept = "HTTP/1.1 200 OK\r\nConnection: keep-alive\r\nContent-Length: 2\r\n\r\nok";
+const std::string kKept =
+    "HTTP/1.1 200 OK\r\nConnection: keep-alive\r\nContent-Length: 2\r\n\r\nok";
 
 std::string Redirect(const std::string& location, const char* status = "302") {
-    return std::string("HTTP/1.1 ") + status + " Moved\r\nContent-Length: 4\r\nLocation: " +
-           location + "\r\n\r\naway";
+    return std::string("HTTP/1.1 ") + status +
+           " Moved\r\nContent-Length: 4\r\nLocation: " + location + "\r\n\r\naway";
 }
 
 CXURI Address(const ScriptedServer& server, const std::string& path) {
@@ -153,8 +154,7 @@ TEST(HTTPConnection, RedirectsThatGoNowhereFail) {
         ScriptedServer server({{Redirect("user!pw")}});
         EXPECT_EQ(connection.GetText(Address(server, "/"), &text), kCXResultBadData);
     }
-    ScriptedServer server(
-        ScriptedServer::Script(10, {Redirect("http://127.0.0.1:PORT/again")}));
+    ScriptedServer server(ScriptedServer::Script(10, {Redirect("http://127.0.0.1:PORT/again")}));
     EXPECT_EQ(connection.GetText(Address(server, "/"), &text), kCXResultBadData);
     EXPECT_EQ(server.GetRequests().size(), 8U);
 }
@@ -258,9 +258,9 @@ TEST(HTTPConnection, CookiesAreThoseOfTheLastReply) {
 TEST(HTTPConnection, ACancelEndsAStalledTransferInTime) {
     const CXRuntimeScope runtime;
     const std::string head = "HTTP/1.1 200 OK\r\nConnection: keep-alive\r\n";
-    for (const std::string& start : {std::string(), head + "Content-Length: 9\r\n\r\nhalf",
-                                     head + "Transfer-Encoding: chunked\r\n\r\n9\r\nhalf",
-                                     head + "\r\nhalf"}) {
+    for (const std::string& start :
+         {std::string(), head + "Content-Length: 9\r\n\r\nhalf",
+          head + "Transfer-Encoding: chunked\r\n\r\n9\r\nhalf", head + "\r\nhalf"}) {
         ScriptedServer server({{start, ScriptedServer::kStall}});
         CXHTTPConnection connection;
         FlagEvent cancel;

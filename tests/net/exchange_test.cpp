@@ -143,7 +143,8 @@ TEST(Exchange, RepliesComeOutTheSameHoweverTheyArrive) {
     for (const ReplyCase& expected : cases) {
         for (const size_t step : {size_t{1}, size_t{7}, size_t{1} << 24}) {
             for (const bool withOutput : {false, true}) {
-                if (withOutput ? !expected.withOutput : !expected.withText) {
+                const bool isTooSlow = expected.reply.size() > 100000 && (step == 1 || withOutput);
+                if (isTooSlow || (withOutput ? !expected.withOutput : !expected.withText)) {
                     continue;
                 }
                 SCOPED_TRACE(expected.name + ", in pieces of " + std::to_string(step) +
@@ -205,9 +206,9 @@ TEST(Exchange, ProgressCountsTheBodyAndCanEndIt) {
         const char* head;
         bool isKnown;
     };
-    for (const Form& form : {Form{"Content-Length: 100000\r\n\r\n", true},
-                             Form{"Transfer-Encoding: chunked\r\n\r\n186a0\r\n", false},
-                             Form{"\r\n", false}}) {
+    for (const Form& form :
+         {Form{"Content-Length: 100000\r\n\r\n", true},
+          Form{"Transfer-Encoding: chunked\r\n\r\n186a0\r\n", false}, Form{"\r\n", false}}) {
         for (const uint64_t limit : {uint64_t{1000000}, uint64_t{40000}}) {
             std::string text = std::string("HTTP/1.1 200 OK\r\n") + form.head + body;
             if (std::string(form.head).find("chunked") != std::string::npos) {

@@ -75,9 +75,8 @@ TEST_F(WebPeersTest, FilesComeWholeInEveryForm) {
                                      }),
                       kCXResultOK)
                 << address;
-            const std::string wanted = std::string(path).find("empty") != std::string::npos
-                                           ? std::string()
-                                           : s_large;
+            const std::string wanted =
+                std::string(path).find("empty") != std::string::npos ? std::string() : s_large;
             EXPECT_EQ(done, wanted.size());
             ASSERT_EQ(output.GetSize(), wanted.size()) << address;
             EXPECT_TRUE(wanted.empty() ||
