@@ -47,11 +47,14 @@ CXSSLContext::~CXSSLContext() {
 }
 
 CXResult CXSSLContext::LoadDefaultVerifyPaths() {
+    return LoadVerifyFile(CXFileSystem::Join(
+        CXFileSystem::Join(CXFileSystem::GetApplicationFolder(), "data"), "openssl.crt"));
+}
+
+CXResult CXSSLContext::LoadVerifyFile(const CXString& path) {
     if (m_context == nullptr) {
         return kCXResultFailed;
     }
-    const CXString path = CXFileSystem::Join(
-        CXFileSystem::Join(CXFileSystem::GetApplicationFolder(), "data"), "openssl.crt");
     const CXString native =
         CXFileSystem::HasWindowsPaths() ? CXFileSystem::GetExtendedPath(path) : path;
     ERR_clear_error();

@@ -3,6 +3,7 @@
 
 #include "core/CXLock.h"
 #include "core/CXResult.h"
+#include "core/CXString.h"
 
 #include <cstdint>
 
@@ -21,6 +22,8 @@ public:
     /// Loads the trust file and demands a good chain of every peer; kCXResultNotFound if the file
     /// is missing or holds no certificate (then every handshake fails).
     CXResult LoadDefaultVerifyPaths();
+    /// The same with another file in PEM form.
+    CXResult LoadVerifyFile(const CXString& path);
 
     /// Null if OpenSSL could not make it.
     ssl_ctx_st* GetNative() const { return m_context; }

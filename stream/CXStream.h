@@ -47,9 +47,9 @@ inline constexpr uint32_t kCXFlushToDevice = 0x1;
 
 /// What a copy tells its progress function.
 struct CXStreamProgressCallbackData {
-    int64_t startTime; ///< ms since the Unix epoch
-    float fraction;    ///< 0 to 1
-    uint8_t reserved;  ///< 0
+    int64_t startTime;   ///< ms since the Unix epoch
+    float fraction;      ///< 0 to 1
+    uint8_t sizeUnknown; ///< 1 where the whole is not known and the fraction means nothing, else 0
     uint64_t bytesDone;
     uint64_t bytesTotal;
 };

@@ -196,7 +196,7 @@ TEST_P(StreamConformance, CopiesInBothDirections) {
     EXPECT_EQ(last.bytesTotal, 40000U);
     EXPECT_EQ(last.bytesDone, 40000U);
     EXPECT_EQ(last.fraction, 1.0F);
-    EXPECT_EQ(last.reserved, 0U);
+    EXPECT_EQ(last.sizeUnknown, 0U);
     EXPECT_EQ(Bytes(other.GetData(), other.GetData() + 40000), m_bytes);
     EXPECT_EQ(CXStream::Copy(other, Stream(), 1), CXResultCertainFailure(DryResult()));
 
