@@ -134,7 +134,8 @@ TEST(OpenSSLServer, ServesCertificatesAndVersions) {
         EXPECT_EQ(ssl.IsOpen(), c.open);
         EXPECT_EQ(ssl.GetLastError(), c.result);
         if (c.open) {
-            const std::string line = std::string(3000, 'a') + "b";
+            std::string line(3001, 'a');
+            line.back() = 'b';
             ssl.Write((line + "\n").data(), line.size() + 1);
             std::string back(line.size() + 1, '\0');
             EXPECT_EQ(ssl.Read(back.data(), back.size()), back.size());
