@@ -4,6 +4,7 @@
 #include "core/CXFileSystem.h"
 #include "core/CXStringEdit.h"
 #include "tests/support/TempFolder.h"
+#include "tests/support/Text.h"
 
 #include <gtest/gtest.h>
 
@@ -11,10 +12,6 @@
 #include <vector>
 
 namespace {
-
-std::string Text(const CXString& text) {
-    return std::string(text.GetData(), text.GetLength());
-}
 
 std::vector<CXString> Arguments(const std::vector<std::string>& words) {
     std::vector<CXString> arguments{CXString("program")};

@@ -7,6 +7,7 @@
 #include "core/CXLocalisation.h"
 #include "net/CXURI.h"
 #include "tests/support/TempFolder.h"
+#include "tests/support/Text.h"
 
 #include <gtest/gtest.h>
 
@@ -14,10 +15,6 @@
 #include <vector>
 
 namespace {
-
-std::string Text(const CXString& text) {
-    return std::string(text.GetData(), text.GetLength());
-}
 
 std::vector<CXString> List(const std::vector<const char*>& texts) {
     return std::vector<CXString>(texts.begin(), texts.end());

@@ -6,6 +6,7 @@
 #include "dn/TextConfig.h"
 #include "tests/support/FaultFileDriver.h"
 #include "tests/support/TempFolder.h"
+#include "tests/support/Text.h"
 
 #include <gtest/gtest.h>
 
@@ -14,10 +15,6 @@
 namespace {
 
 constexpr char kFile[] = "user/com.example.game/velpatch-settings.dat";
-
-std::string Text(const CXString& text) {
-    return std::string(text.GetData(), text.GetLength());
-}
 
 std::string Encode(const std::string& text) {
     CXStringEdit edit;

@@ -1,15 +1,12 @@
 #include "core/CXLanguages.h"
 #include "core/CXLocalisation.h"
+#include "tests/support/Text.h"
 
 #include <gtest/gtest.h>
 #include <string>
 #include <utility>
 
 namespace {
-
-std::string Text(const CXString& text) {
-    return std::string(text.GetData(), text.GetLength());
-}
 
 using Texts = std::map<CXString, CXString>;
 

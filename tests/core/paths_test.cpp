@@ -1,5 +1,6 @@
 #include "core/CXFileSystem.h"
 #include "core/CXPlatformText.h"
+#include "tests/support/Text.h"
 
 #include <gtest/gtest.h>
 #include <string>
@@ -7,10 +8,6 @@
 namespace fs = CXFileSystem;
 
 namespace {
-
-std::string Text(const CXString& text) {
-    return std::string(text.GetData(), text.GetLength());
-}
 
 std::string Extended(const std::string& path) {
     return Text(fs::GetExtendedPath(path));

@@ -1,5 +1,6 @@
 #include "core/CXString.h"
 #include "core/CXStringEdit.h"
+#include "tests/support/Text.h"
 
 #include <gtest/gtest.h>
 
@@ -9,10 +10,6 @@
 #include <vector>
 
 namespace {
-
-std::string Text(absl::string_view view) {
-    return std::string(view.data(), view.size());
-}
 
 bool UsesInlineArea(const CXStringEdit& edit) {
     const auto* object = reinterpret_cast<const char*>(&edit);

@@ -1,6 +1,7 @@
 #include "core/BlockAlloc.h"
 #include "core/CXString.h"
 #include "core/CXStringEdit.h"
+#include "tests/support/Text.h"
 
 #include <gtest/gtest.h>
 
@@ -13,14 +14,6 @@
 #include <vector>
 
 namespace {
-
-std::string Text(const CXString& text) {
-    return std::string(text.GetData(), text.GetLength());
-}
-
-std::string Text(absl::string_view view) {
-    return std::string(view.data(), view.size());
-}
 
 bool IsInline(const CXString& text) {
     return (text.GetWord() & 1) != 0;

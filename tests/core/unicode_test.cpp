@@ -1,6 +1,7 @@
 #include "core/CXStringEdit.h"
 #include "core/CXStringUTF16.h"
 #include "core/CXText.h"
+#include "tests/support/Text.h"
 
 #include <gtest/gtest.h>
 
@@ -10,10 +11,6 @@
 #include <vector>
 
 namespace {
-
-std::string Text(absl::string_view view) {
-    return std::string(view.data(), view.size());
-}
 
 std::string Encoded(uint32_t code) {
     CXStringEdit edit;

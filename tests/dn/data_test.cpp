@@ -3,6 +3,7 @@
 #include "dn/DNTranslator.h"
 
 #include "core/CXGeometry.h"
+#include "tests/support/Text.h"
 
 #include <gtest/gtest.h>
 
@@ -11,10 +12,6 @@
 #include <string>
 
 namespace {
-
-std::string Text(const CXString& text) {
-    return std::string(text.GetData(), text.GetLength());
-}
 
 std::string Name(const char* text) {
     return text;

@@ -7,6 +7,7 @@
 #include "stream/CXStreamStaticBuffer.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/TempFolder.h"
+#include "tests/support/Text.h"
 
 #include <gtest/gtest.h>
 
@@ -15,10 +16,6 @@
 #include <vector>
 
 namespace {
-
-std::string Text(const CXString& text) {
-    return std::string(text.GetData(), text.GetLength());
-}
 
 DNValueRef Parse(const std::string& text) {
     DNValueRef root(new DNMemoryValue);

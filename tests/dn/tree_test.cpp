@@ -5,6 +5,7 @@
 #include "dn/DNStdIndexedValue.h"
 #include "dn/DNTree.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/Text.h"
 
 #include <gtest/gtest.h>
 
@@ -14,10 +15,6 @@
 #include <vector>
 
 namespace {
-
-std::string Text(const CXString& text) {
-    return std::string(text.GetData(), text.GetLength());
-}
 
 DNValueRef Leaf(int32_t number) {
     return new DNMemoryDataValue(DNData::Int(number));
