@@ -22,7 +22,6 @@ public:
     std::function<int(bool)> setBlocking;
     std::function<int(uint32_t, uint32_t, int&)> wait;
     std::function<bool(int&)> getSocketError;
-    std::function<int64_t(int&)> receive;
     std::function<uint32_t(uint32_t)> changeTimeout;
     std::function<bool(const CXString&, CXSocketAddress&)> lookUp;
     bool hasFastLoopback = false;
@@ -65,7 +64,7 @@ public:
         return Platform().GetLocalAddress(socket, out);
     }
     int64_t Receive(CXSocketHandle socket, void* data, uint64_t count, int& error) override {
-        return receive ? receive(error) : Platform().Receive(socket, data, count, error);
+        return Platform().Receive(socket, data, count, error);
     }
     int64_t Send(CXSocketHandle socket, const void* data, uint64_t count, int& error) override {
         return Platform().Send(socket, data, count, error);

@@ -6,6 +6,7 @@
 #include <openssl/x509v3.h>
 
 #include <atomic>
+#include <sstream>
 
 namespace {
 
@@ -39,13 +40,13 @@ template <typename Writer> std::string ToPem(const Writer& write) {
 
 } // namespace
 
-TestCertificate::TestCertificate(const CertificateSpec& spec, const TestCertificate* issuer)
+TestCertificate::TestCertificate(const CertificateFields& fields, const TestCertificate* issuer)
     : m_key(MakeKey()), m_certificate(X509_new()) {
     static std::atomic<long> serial{1};
     X509_set_version(m_certificate, 2);
     ASN1_INTEGER_set(X509_get_serialNumber(m_certificate), serial++);
-    X509_gmtime_adj(X509_getm_notBefore(m_certificate), spec.validFromDays * kDay);
-    X509_gmtime_adj(X509_getm_notAfter(m_certificate), spec.validToDays * kDay);
+    X509_gmtime_adj(X509_getm_notBefore(m_certificate), fields.fromDays * kDay);
+    X509_gmtime_adj(X509_getm_notAfter(m_certificate), fields.toDays * kDay);
     X509_set_pubkey(m_certificate, m_key);
     X509_NAME* subject = X509_get_subject_name(m_certificate);
     const auto add = [&](const char* field, const std::string& text) {
@@ -54,20 +55,22 @@ TestCertificate::TestCertificate(const CertificateSpec& spec, const TestCertific
                                    static_cast<int>(text.size()), -1, 0);
     };
     add("O", "Tests");
-    for (const std::string& name : spec.commonNames) {
-        add("CN", name);
+    std::string alternatives;
+    std::istringstream names(fields.names);
+    for (std::string name; std::getline(names, name, ',');) {
+        if (name.rfind("CN:", 0) == 0) {
+            add("CN", name.substr(3));
+        } else {
+            alternatives += (alternatives.empty() ? "" : ",") + name;
+        }
     }
     X509_set_issuer_name(
         m_certificate,
         X509_get_subject_name(issuer != nullptr ? issuer->m_certificate : m_certificate));
     AddExtension(m_certificate, NID_basic_constraints,
-                 spec.isAuthority ? "critical,CA:TRUE" : "CA:FALSE");
-    std::string names;
-    for (const std::string& name : spec.alternativeNames) {
-        names += (names.empty() ? "" : ",") + name;
-    }
-    if (!names.empty()) {
-        AddExtension(m_certificate, NID_subject_alt_name, names);
+                 fields.isAuthority ? "critical,CA:TRUE" : "CA:FALSE");
+    if (!alternatives.empty()) {
+        AddExtension(m_certificate, NID_subject_alt_name, alternatives);
     }
     X509_sign(m_certificate, issuer != nullptr ? issuer->m_key : m_key, EVP_sha256());
 }
@@ -77,7 +80,7 @@ TestCertificate::~TestCertificate() {
     EVP_PKEY_free(m_key);
 }
 
-std::string TestCertificate::GetCertificatePem() const {
+std::string TestCertificate::GetPem() const {
     return ToPem([this](BIO* out) { PEM_write_bio_X509(out, m_certificate); });
 }
 

@@ -1,20 +1,18 @@
 // Certificates made on the spot, for servers that tests start.
 #pragma once
 
-#include <memory>
 #include <string>
-#include <vector>
 
 struct evp_pkey_st;
 struct x509_st;
 
 /// What a certificate is to say.
-struct CertificateSpec {
-    std::vector<std::string> commonNames = {};
-    /// As OpenSSL's configuration writes them: "DNS:a.example", "IP:127.0.0.1".
-    std::vector<std::string> alternativeNames = {};
-    int validFromDays = -1; ///< from now
-    int validToDays = 30;
+struct CertificateFields {
+    /// Divided by commas: "CN:" for a common name, otherwise an alternative name as OpenSSL's
+    /// configuration writes it ("DNS:a.example", "IP:127.0.0.1").
+    std::string names;
+    int fromDays = -1; ///< validity, in days from now
+    int toDays = 30;
     bool isAuthority = false;
 };
 
@@ -22,14 +20,15 @@ struct CertificateSpec {
 class TestCertificate {
 public:
     /// Signed by `issuer`, or by itself without one.
-    explicit TestCertificate(const CertificateSpec& spec, const TestCertificate* issuer = nullptr);
+    explicit TestCertificate(const CertificateFields& fields,
+                             const TestCertificate* issuer = nullptr);
     ~TestCertificate();
     TestCertificate(const TestCertificate&) = delete;
     TestCertificate& operator=(const TestCertificate&) = delete;
 
     evp_pkey_st* GetKey() const { return m_key; }
     x509_st* GetCertificate() const { return m_certificate; }
-    std::string GetCertificatePem() const;
+    std::string GetPem() const;
     std::string GetKeyPem() const;
 
 private:

@@ -7,15 +7,10 @@
 
 namespace {
 
-ssl_ctx_st* MakeContext(const TestCertificate& certificate, int highestVersion) {
+ssl_ctx_st* MakeContext(const TestCertificate& certificate) {
     SSL_CTX* context = SSL_CTX_new(TLS_server_method());
     SSL_CTX_use_certificate(context, certificate.GetCertificate());
     SSL_CTX_use_PrivateKey(context, certificate.GetKey());
-    if (highestVersion != 0) {
-        SSL_CTX_set_security_level(context, 0);
-        SSL_CTX_set_min_proto_version(context, TLS1_VERSION);
-        SSL_CTX_set_max_proto_version(context, highestVersion);
-    }
     return context;
 }
 
@@ -112,8 +107,8 @@ std::string TestTLSConnection::GetServerName() const {
     return name != nullptr ? name : "";
 }
 
-TestTLSServer::TestTLSServer(const TestCertificate& certificate, Script script, int highestVersion)
-    : m_context(MakeContext(certificate, highestVersion), SSL_CTX_free),
+TestTLSServer::TestTLSServer(const TestCertificate& certificate, Script script)
+    : m_context(MakeContext(certificate), SSL_CTX_free),
       m_server([this, script = std::move(script)](TestConnection& inner) {
           TestTLSConnection connection(inner, m_context.get());
           script(connection);

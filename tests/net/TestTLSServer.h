@@ -48,8 +48,8 @@ class TestTLSServer {
 public:
     using Script = std::function<void(TestTLSConnection&)>;
 
-    /// `script` begins before the handshake. `highestVersion` 0: the newest.
-    TestTLSServer(const TestCertificate& certificate, Script script, int highestVersion = 0);
+    /// `script` begins before the handshake.
+    TestTLSServer(const TestCertificate& certificate, Script script);
 
     const CXSocketAddress& GetAddress() const { return m_server.GetAddress(); }
     TestServer& GetServer() { return m_server; }

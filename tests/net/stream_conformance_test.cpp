@@ -41,8 +41,7 @@ private:
 class TLSUnderTest : public StreamUnderTest {
 public:
     explicit TLSUnderTest(const Bytes& bytes)
-        : m_certificate({.commonNames = {"server.example"}}),
-          m_trust(m_certificate.GetCertificatePem()),
+        : m_certificate({"CN:server.example"}), m_trust(m_certificate.GetPem()),
           m_server(m_certificate, [this, text = ToText(bytes)](TestTLSConnection& connection) {
               connection.Accept();
               connection.Send(text);

@@ -171,98 +171,67 @@ TEST(StreamTCP, RefusesWhatCanNotBeDone) {
 }
 
 TEST(StreamTCP, EveryCallOfAnOpeningMayFail) {
-    using Connected = CXSocketDriver::Connected;
+    enum class Fault : uint8_t { Create, Bind, Connect, Blocking, Later };
     const struct {
         const char* name;
-        void (*arrange)(SocketDriverDouble&);
-        CXResult result;
+        Fault fault;
+        int waitAnswer; // of a connect that would block
+        bool optionRead;
+        int optionValue;
         std::vector<std::string> log;
     } cases[] = {
-        {"create",
-         [](SocketDriverDouble& d) { d.failCreate = [] { return true; }; },
-         kCXResultEndOfStream,
-         {}},
-        {"bind",
-         [](SocketDriverDouble& d) { d.failBind = [] { return true; }; },
-         kCXResultEndOfStream,
-         {}},
-        {"connect",
-         [](SocketDriverDouble& d) { d.connect = [] { return Connected::Failed; }; },
-         kCXResultEndOfStream,
-         {}},
+        {"create", Fault::Create, 0, true, 0, {}},
+        {"bind", Fault::Bind, 0, true, 0, {}},
+        {"connect", Fault::Connect, 0, true, 0, {}},
+        {"select", Fault::Later, -1, true, 0, {"CXStreamTCP::Open> select returned error 42"}},
+        {"no answer", Fault::Later, 0, true, 0, {"CXStreamTCP::Open> timeout"}},
+        {"getsockopt",
+         Fault::Later,
+         CXSocketDriver::kException,
+         false,
+         43,
+         {"CXStreamTCP::Open> getsockopt failed with err=43"}},
+        {"refused", Fault::Later, CXSocketDriver::kWrite, true, 111, {}},
+        {"exception", Fault::Later, CXSocketDriver::kException, true, 0, {}},
         {"blocking mode",
-         [](SocketDriverDouble& d) { d.setBlocking = [](bool) { return -1; }; },
-         kCXResultOK,
+         Fault::Blocking,
+         0,
+         true,
+         0,
          {"CXStreamTCP::Open> ioctlsocket(localSocket, FIONBIO, 1) returned -1",
           "CXStreamTCP::Open> ioctlsocket(localSocket, FIONBIO, 0) returned -1"}},
-        {"select",
-         [](SocketDriverDouble& d) {
-             d.connect = [] { return Connected::WouldBlock; };
-             d.wait = [](uint32_t, uint32_t, int& error) {
-                 error = 42;
-                 return -1;
-             };
-         },
-         kCXResultEndOfStream,
-         {"CXStreamTCP::Open> select returned error 42"}},
-        {"no answer",
-         [](SocketDriverDouble& d) {
-             d.connect = [] { return Connected::WouldBlock; };
-             d.wait = [](uint32_t, uint32_t timeoutMs, int&) {
-                 CXSleep(timeoutMs);
-                 return 0;
-             };
-         },
-         kCXResultEndOfStream,
-         {"CXStreamTCP::Open> timeout"}},
-        {"getsockopt",
-         [](SocketDriverDouble& d) {
-             d.connect = [] { return Connected::WouldBlock; };
-             d.wait = [](uint32_t, uint32_t, int&) {
-                 return static_cast<int>(CXSocketDriver::kException);
-             };
-             d.getSocketError = [](int& error) {
-                 error = 43;
-                 return false;
-             };
-         },
-         kCXResultEndOfStream,
-         {"CXStreamTCP::Open> getsockopt failed with err=43"}},
-        {"refused",
-         [](SocketDriverDouble& d) {
-             d.connect = [] { return Connected::WouldBlock; };
-             d.wait = [](uint32_t, uint32_t, int&) {
-                 return static_cast<int>(CXSocketDriver::kWrite);
-             };
-             d.getSocketError = [](int& error) {
-                 error = 111;
-                 return true;
-             };
-         },
-         kCXResultEndOfStream,
-         {}},
-        {"exception",
-         [](SocketDriverDouble& d) {
-             d.connect = [] { return Connected::WouldBlock; };
-             d.wait = [](uint32_t, uint32_t, int&) {
-                 return static_cast<int>(CXSocketDriver::kException);
-             };
-         },
-         kCXResultEndOfStream,
-         {}},
     };
     TestServer server([](TestConnection&) {});
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         const LogCapture log;
         SocketDriverDouble driver;
-        c.arrange(driver);
+        driver.failCreate = [&] { return c.fault == Fault::Create; };
+        driver.failBind = [&] { return c.fault == Fault::Bind; };
+        if (c.fault == Fault::Connect || c.fault == Fault::Later) {
+            driver.connect = [&] {
+                return c.fault == Fault::Connect ? CXSocketDriver::Connected::Failed
+                                                 : CXSocketDriver::Connected::WouldBlock;
+            };
+        } else if (c.fault == Fault::Blocking) {
+            driver.setBlocking = [](bool) { return -1; };
+        }
+        driver.wait = [&](uint32_t, uint32_t timeoutMs, int& error) {
+            CXSleep(c.waitAnswer == 0 ? timeoutMs : 0);
+            error = 42;
+            return c.waitAnswer;
+        };
+        driver.getSocketError = [&](int& error) {
+            error = c.optionValue;
+            return c.optionRead;
+        };
         CXStreamTCP stream;
         const Stopwatch watch;
         stream.Open(server.GetAddress(), 120);
         EXPECT_LT(watch.Elapsed(), kPrompt);
-        EXPECT_EQ(stream.GetLastError(), c.result);
-        EXPECT_EQ(stream.IsOpen(), c.result == kCXResultOK);
+        const bool success = c.fault == Fault::Blocking;
+        EXPECT_EQ(stream.GetLastError(), success ? kCXResultOK : kCXResultEndOfStream);
+        EXPECT_EQ(stream.IsOpen(), success);
         EXPECT_EQ(log.Get(), c.log);
         stream.Close();
         EXPECT_EQ(driver.GetOpenSockets(), 0);
