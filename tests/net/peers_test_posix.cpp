@@ -1,17 +1,15 @@
 // The connection against nginx and tinyproxy.
-#include "core/CXMD5.h"
-#include "core/CXTime.h"
 #include "net/CXHTTPConnection.h"
 #include "net/CXURI.h"
 #include "patch/PatchControl.h"
 #include "stream/CXStreamDynamicBuffer.h"
 #include "stream/CXStreamFile.h"
-#include "tests/net/RealPeers_posix.h"
+#include "tests/net/WebPeers_posix.h"
 #include "tests/support/LogCapture.h"
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
+#include <algorithm>
 #include <random>
 
 namespace {
@@ -20,25 +18,20 @@ class WebPeersTest : public testing::Test {
 protected:
     static void SetUpTestSuite() {
         s_peers = std::make_unique<WebPeers>();
-        s_isUp = s_peers->Start();
-        WriteFile("small.txt", "some text\n");
-        WriteFile("empty", "");
+        s_peers->WriteFile("small.txt", "some text\n");
+        s_peers->WriteFile("empty", "");
         std::mt19937 random(7);
         s_large.resize(5000001);
         std::generate(s_large.begin(), s_large.end(), [&] { return static_cast<char>(random()); });
-        WriteFile("large.bin", s_large);
+        s_peers->WriteFile("large.bin", s_large);
     }
     static void TearDownTestSuite() { s_peers.reset(); }
-    void SetUp() override { ASSERT_TRUE(s_isUp) << s_peers->problem; }
-
-    static void WriteFile(const std::string& name, const std::string& contents) {
-        std::ofstream(s_peers->Folder() + "/www/" + name, std::ios::binary) << contents;
-    }
+    void SetUp() override { ASSERT_TRUE(s_peers->isUp); }
 
     /// A connection that trusts the server.
     static void Trust(CXHTTPConnection& connection) {
         auto context = std::make_unique<CXSSLContext>();
-        ASSERT_EQ(context->LoadVerifyFile(CXString(s_peers->TrustFile())), kCXResultOK);
+        ASSERT_EQ(context->LoadVerifyFile(CXString(s_peers->Folder() + "/root.crt")), kCXResultOK);
         connection.SetSSLContext(std::move(context));
     }
 
@@ -51,12 +44,10 @@ protected:
     }
 
     static std::unique_ptr<WebPeers> s_peers;
-    static bool s_isUp;
     static std::string s_large;
 };
 
 std::unique_ptr<WebPeers> WebPeersTest::s_peers;
-bool WebPeersTest::s_isUp = false;
 std::string WebPeersTest::s_large;
 
 } // namespace
@@ -130,9 +121,7 @@ TEST_F(WebPeersTest, AFileIsResumedAsFarAsTheRangeAllows) {
         CXHTTPConnection connection;
         CXStreamFile file;
         file.Open(path, kOpenWrite);
-        const int64_t begin = CXTime::GetCurrentTime();
         EXPECT_EQ(connection.Get(CXURI(s_peers->Http("/large.bin")), &file), one.result);
-        EXPECT_LT(CXTime::GetCurrentTime() - begin, 10000);
         EXPECT_EQ(connection.GetStatus(), one.status);
         EXPECT_EQ(file.GetSize(), one.result == kCXResultOK ? s_large.size() : one.size);
     }
@@ -158,11 +147,11 @@ TEST_F(WebPeersTest, TrustAndNamesAreChecked) {
 TEST_F(WebPeersTest, ProxiesServePlainRequestsAndTunnels) {
     CXHTTPConnection connection;
     Trust(connection);
-    connection.SetProxy(CXString::Format("127.0.0.1:%d", s_peers->PlainProxyPort()));
+    connection.SetProxy(CXString::Format("127.0.0.1:%d", s_peers->plainProxyPort));
     EXPECT_EQ(Fetch(connection, "http://game.invalid:99/small.txt"), "0:200:some text\n");
     EXPECT_EQ(connection.GetResponseHeader("x-asked-for"), "game.invalid");
 
-    connection.SetProxy(CXString::Format("localhost:%d", s_peers->TunnelProxyPort()));
+    connection.SetProxy(CXString::Format("localhost:%d", s_peers->tunnelProxyPort));
     EXPECT_EQ(Fetch(connection, s_peers->Https("/small.txt")), "0:200:some text\n");
     EXPECT_EQ(Fetch(connection, s_peers->Https("/who")), "0:200:||Keep-Alive|2");
     // A port that the proxy doesn't let through: its refusal is no TLS.
@@ -171,8 +160,8 @@ TEST_F(WebPeersTest, ProxiesServePlainRequestsAndTunnels) {
 }
 
 TEST_F(WebPeersTest, ControlFilesLoadOverHttp) {
-    WriteFile("patch-control.txt", "velpatch-version 1\ndatafilesize 77\n");
-    WriteFile("new-control.txt", "velpatch-version 2\n");
+    s_peers->WriteFile("patch-control.txt", "velpatch-version 1\ndatafilesize 77\n");
+    s_peers->WriteFile("new-control.txt", "velpatch-version 2\n");
     const auto load = [](const std::string& path, PatchControl& control) {
         return LoadControlFile(CXURI(s_peers->Http(path)), control);
     };
@@ -186,15 +175,16 @@ TEST_F(WebPeersTest, ControlFilesLoadOverHttp) {
 
 TEST(WebPeers, AServerThatDiesInTheMiddleCutsTheTransferOff) {
     WebPeers peers;
-    ASSERT_TRUE(peers.Start()) << peers.problem;
-    std::ofstream(peers.Folder() + "/www/file", std::ios::binary) << std::string(1000000, 'x');
+    ASSERT_TRUE(peers.isUp);
+    peers.WriteFile("file", std::string(1000000, 'x'));
+    bool isKilled = false;
     CXHTTPConnection connection;
     CXStreamDynamicBuffer output;
     CXStringEdit debugText;
     EXPECT_EQ(connection.Get(CXURI(peers.Http("/slow/file")), &output, &debugText,
                              [&](const CXStreamProgressCallbackData& data) {
-                                 if (data.bytesDone > 50000) {
-                                     peers.StopServer();
+                                 if (data.bytesDone > 50000 && !std::exchange(isKilled, true)) {
+                                     peers.KillServer();
                                  }
                                  return true;
                              }),

@@ -3,35 +3,16 @@
 set -eu
 root=$(cd "$(dirname "$0")/../.." && pwd)
 kit=$(cd "${1:-$root/build/release}" && pwd)/bin/velpatch-kit
-PATH="$PATH:/usr/sbin:/usr/local/sbin:/sbin"
-folder=$(mktemp -d)
-server=""
-trap '[ -z "$server" ] || { disown "$server"; kill -9 "$server"; }; rm -rf "$folder"' EXIT
+if [ -z "${2:-}" ]; then
+    folder=$(mktemp -d)
+    trap 'rm -rf "$folder"' EXIT
+    "$root/tests/net/peers.py" "$folder" -- "$0" "${1:-$root/build/release}" "$folder"
+    exit
+fi
 trap 'echo "kit-fetch: stopped in line $LINENO"; cat out err log 2>/dev/null' ERR
-cd "$folder"
-
-mkdir www
+cd "$2"
+read -r http https proxy tunnel <ports
 head -c 3000000 /dev/urandom >www/file.bin
-openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=localhost -keyout server.key \
-    -addext subjectAltName=DNS:localhost -out server.crt 2>log
-start() {
-    read -r http https proxy < <(python3 -c '
-import socket
-sockets = [socket.socket() for _ in range(3)]
-for one in sockets: one.bind(("127.0.0.1", 0))
-print(*[one.getsockname()[1] for one in sockets])')
-    sed -e "s|@FOLDER@|$folder|g; s|@HTTP@|$http|g; s|@HTTPS@|$https|g; s|@PROXY@|$proxy|g" \
-        "$root/tests/net/data/nginx.conf" >nginx.conf
-    nginx -c "$folder/nginx.conf" -p "$folder" -e "$folder/log" &
-    server=$!
-    for _ in $(seq 500); do
-        kill -0 "$server" 2>/dev/null || return 1
-        (: >"/dev/tcp/127.0.0.1/$http") 2>/dev/null && return 0
-        sleep 0.01
-    done
-    return 1
-}
-start || start || start
 
 # fetch WANTED-EXIT-CODE WANTED-RESULT ARGUMENTS...
 fetch() {
@@ -46,9 +27,11 @@ fetch 0 0 "http://127.0.0.1:$http/file.bin" a
 cmp a www/file.bin
 grep -q "^bytes	3000000$" out
 grep -q "fetching 100%" err
-fetch 0 0 "https://localhost:$https/chunked/file.bin" b --ca server.crt
+fetch 0 0 "https://localhost:$https/chunked/file.bin" b --ca root.crt
 cmp b www/file.bin
 fetch 0 0 "http://elsewhere.invalid/file.bin" c --proxy "127.0.0.1:$proxy"
+cmp c www/file.bin
+fetch 0 0 "https://localhost:$https/file.bin" c --proxy "localhost:$tunnel" --ca root.crt
 cmp c www/file.bin
 
 # Failures: a refusal leaves nothing of its body, and says no credentials.
