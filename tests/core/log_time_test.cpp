@@ -97,7 +97,7 @@ TEST_F(Log, HookSeesTheStampedLineAndMayReport) {
 }
 
 TEST_F(Log, ThreadsDoNotMixLines) {
-    std::vector<std::thread> threads;
+    std::vector<std::jthread> threads;
     for (char mark = 'a'; mark < 'e'; ++mark) {
         threads.emplace_back([mark] {
             for (int round = 0; round < 200; ++round) {
@@ -105,9 +105,7 @@ TEST_F(Log, ThreadsDoNotMixLines) {
             }
         });
     }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    threads.clear(); // waits for each
     EXPECT_EQ(g_lines.size(), 800u);
     for (const std::string& line : g_lines) {
         EXPECT_EQ(line.find_first_not_of(line.back(), 20), std::string::npos) << line;

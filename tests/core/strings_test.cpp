@@ -262,7 +262,7 @@ TEST(CXString, LockIndexCoversTheWholeTable) {
 TEST(CXString, ObjectsMayBeSharedByThreads) {
     CXString shared[3] = {"the first of the shared texts", "abc", ""};
     std::atomic<bool> bad{false};
-    std::vector<std::thread> threads;
+    std::vector<std::jthread> threads;
     for (unsigned seed = 0; seed < 4; ++seed) {
         threads.emplace_back([&shared, &bad, seed] {
             std::minstd_rand random(seed + 1);
@@ -288,9 +288,7 @@ TEST(CXString, ObjectsMayBeSharedByThreads) {
             }
         });
     }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    threads.clear(); // waits for each
     EXPECT_FALSE(bad);
 }
 

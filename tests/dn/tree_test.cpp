@@ -298,7 +298,7 @@ TEST(DNStdIndexedValue, ViewsAVector) {
 TEST(DNValue, SharedReferencesAndIteratorsAcrossThreads) {
     DNValueRef shared = Filled(20);
     std::atomic<bool> stop{false};
-    std::vector<std::thread> readers;
+    std::vector<std::jthread> readers;
     for (int i = 0; i < 3; ++i) {
         readers.emplace_back([&shared, &stop] {
             while (!stop.load(std::memory_order_relaxed)) {
@@ -311,19 +311,15 @@ TEST(DNValue, SharedReferencesAndIteratorsAcrossThreads) {
         DNValueRef::StoreShared(shared, Filled(20));
     }
     stop = true;
-    for (std::thread& reader : readers) {
-        reader.join();
-    }
+    readers.clear(); // waits for each
 
     const DNValueRef unindexed = Filled(16); // the first look-up is what makes its index
-    std::vector<std::thread> seekers;
+    std::vector<std::jthread> seekers;
     for (int i = 0; i < 3; ++i) {
         seekers.emplace_back(
             [&unindexed] { EXPECT_EQ(unindexed->Get(DNData::Int(15))->GetInt(), 15); });
     }
-    for (std::thread& seeker : seekers) {
-        seeker.join();
-    }
+    seekers.clear(); // waits for each
 
     const DNValueRef folder = Filled(2000);
     std::vector<DNIteratorRef> live;
