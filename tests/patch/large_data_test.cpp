@@ -65,7 +65,7 @@ LargeRun RunLarge(const Large& data, const std::function<void(std::string&)>& sp
     }
     const std::string root = world.Path("").string();
     for (const FileAccess& call : driver.GetLog()) {
-        run.calls += std::string(FileOpName(call.op)) + " " + call.path.GetData() + "\n";
+        run.calls += std::to_string(call.op) + " " + call.path.GetData() + "\n";
     }
     for (size_t at = 0; (at = run.calls.find(root, at)) != std::string::npos;) {
         run.calls.erase(at, root.size());
