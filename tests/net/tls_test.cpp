@@ -239,6 +239,7 @@ TEST(StreamSSL, TellsTheServerTheNameUnlessItIsAnAddress) {
         client.Open(server.GetAddress(), host);
         EXPECT_TRUE(client.ssl.IsOpen()) << host;
         EXPECT_EQ(ReadText(client.ssl, 1), "x");
+        ASSERT_TRUE(server.GetServer().WaitForServed(server.GetServer().GetConnectionCount()));
         EXPECT_EQ(asked, expected);
     }
 }
@@ -347,12 +348,12 @@ TEST(StreamSSL, CutConnectionsAndBrokenRecordsAreTheEnd) {
 
 TEST(StreamSSL, SurvivesAnyHandshake) {
     // What the server says at first, cut and damaged at many places, and things that are no TLS.
-    size_t step = 0;
-    bool damage = false;
-    size_t flight = 0;
+    std::atomic<size_t> step{0};
+    std::atomic<bool> damage{false};
+    std::atomic<size_t> flight{0};
     TestTLSServer server(Leaf(), [&](TestTLSConnection& connection) {
         bool first = true;
-        connection.filter = [&, place = step](std::string& bytes) {
+        connection.filter = [&, place = step.load()](std::string& bytes) {
             if (!first) {
                 return true;
             }
