@@ -1,24 +1,12 @@
 // The pure part of the command line: splitting a handed-over line and matching it with the option
 // table; and the value of the "settings" option.
 #include "app/config/VelPatchCommandLine.h"
+#include "fuzz/FuzzTools.h"
 
-#include "core/CXLog.h"
-
-#include <cstdlib>
 #include <vector>
 
-namespace {
-
-void Check(bool holds) {
-    if (!holds) {
-        abort();
-    }
-}
-
-} // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    CXSetLogSink([](const char*) {});
+    SilenceLog();
     const absl::string_view line(reinterpret_cast<const char*>(data), size);
     std::vector<CXString> words = SplitCommandLine(line);
     size_t total = 0;

@@ -1,30 +1,21 @@
-// A whole patch from hostile bytes: the first line's length splits the input into the control file
-// and the inflated data stream. Whatever they say, the run ends and nothing beside the target
+// A whole patch from hostile bytes: the first NUL splits the input into the control file and the
+// inflated data stream. Whatever they say, the run ends and nothing beside the target
 // changes.
 #include "core/CXFileSystem.h"
-#include "core/CXLog.h"
+#include "fuzz/FuzzTools.h"
 #include "patch/DeleteWithAutoRetry.h"
 #include "patch/VelPatchTask_ApplyFilePatches.h"
 #include "stream/CXStreamFile.h"
 #include "stream/CXStreamProcessorWrapper.h"
-#include "stream/CXStreamTools.h"
 #include "stream/StreamProcessorZLib.h"
+#include "tests/support/TempFolder.h"
 
-#include <cstdlib>
-#include <cstring>
+#include <algorithm>
 #include <thread>
 
 namespace {
 
-void Quiet(const char* /*line*/) {}
-
-void WriteFile(const CXString& path, const void* data, size_t size) {
-    CXStreamFile file;
-    file.Open(path, kOpenWrite | kOpenCreate | kOpenTruncate);
-    file.Write(data, size);
-}
-
-void WriteDeflated(const CXString& path, const void* data, size_t size) {
+void WriteDeflated(const CXString& path, const uint8_t* data, size_t size) {
     CXStreamFile file;
     file.Open(path, kOpenWrite | kOpenCreate | kOpenTruncate);
     StreamProcessorZLibCompress deflater(1);
@@ -41,28 +32,7 @@ CXURI FileURI(const CXString& path) {
     return uri;
 }
 
-/// The scratch folder of this process.
-class World {
-public:
-    World() {
-        const CXString temp = CXFileSystem::GetTempPath();
-        m_root = CXFileSystem::CreateUniqueFileName(&temp, "fuzz-patch");
-        CXFileSystem::DeleteFile(m_root);
-        CXFileSystem::CreateDirectory(m_root);
-        CXSetLogSink(Quiet);
-        SetDeleteRetryPause(0);
-    }
-    ~World() { CXFileSystem::DeleteRecursive(m_root); }
-    World(const World&) = delete;
-    World& operator=(const World&) = delete;
-
-    CXString Path(const char* name) const { return CXFileSystem::Join(m_root, name); }
-
-private:
-    CXString m_root;
-};
-
-void RunTask(const World& world) {
+void RunTask(const TempFolder& world) {
     VelPatchTask_ApplyFilePatches task;
     task.Prepare(FileURI(world.Path("control")), FileURI(world.Path("data")));
     task.Begin(world.Path("game"));
@@ -80,22 +50,20 @@ void RunTask(const World& world) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static const World world;
-    const uint8_t* split =
-        size == 0 ? nullptr : static_cast<const uint8_t*>(std::memchr(data, '\0', size));
-    const size_t control = split == nullptr ? size : static_cast<size_t>(split - data);
-    WriteFile(world.Path("control"), data, control);
-    WriteDeflated(world.Path("data"), split == nullptr ? data : split + 1,
-                  split == nullptr ? 0 : size - control - 1);
-    CXFileSystem::DeleteRecursive(world.Path("game"));
-    CXFileSystem::CreateDirectories(world.Path("game/sub"));
-    WriteFile(world.Path("game/a"), "old a", 5);
-    WriteFile(world.Path("game/sub/b"), "old b", 5);
+    static const TempFolder world;
+    SilenceLog();
+    SetDeleteRetryPause(0);
+    const uint8_t* const end = data + size;
+    const uint8_t* const split = std::find(data, end, uint8_t{0});
+    const uint8_t* const records = split == end ? end : split + 1;
+    world.WriteFile("control", std::string(data, split));
+    WriteDeflated(world.Path("data"), records, static_cast<size_t>(end - records));
+    world.Remove("game");
+    world.WriteFile("game/a", "old a");
+    world.WriteFile("game/sub/b", "old b");
     RunTask(world);
     std::vector<CXFileEntry> beside;
-    CXFileSystem::Enumerate(world.Path(""), beside);
-    if (beside.size() != 3) {
-        std::abort();
-    }
+    CXFileSystem::Enumerate(world.Path(), beside);
+    Check(beside.size() == 3);
     return 0;
 }

@@ -1,6 +1,7 @@
 // Fuzzes what reads outside bytes in the stream layer: inflating in several ways, windows of a
 // stated size on an inflated stream, and stream strings.
 
+#include "fuzz/FuzzTools.h"
 #include "stream/CXStreamDynamicBuffer.h"
 #include "stream/CXStreamProcessorWrapper.h"
 #include "stream/CXStreamStaticBuffer.h"
@@ -10,19 +11,12 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 
 namespace {
 
 /// A small input may inflate to a thousand times its size; the rest tells nothing new.
 constexpr uint64_t kMostInflated = 1 << 20;
-
-void Check(bool condition) {
-    if (!condition) {
-        std::abort();
-    }
-}
 
 class Inflating {
 public:

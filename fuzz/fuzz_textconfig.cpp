@@ -1,11 +1,10 @@
 // The text form of data trees: any bytes are read, what is written reads back, and writing that
 // again gives the same bytes.
-#include "core/CXLog.h"
 #include "dn/DNMemoryValue.h"
 #include "dn/TextConfig.h"
+#include "fuzz/FuzzTools.h"
 #include "stream/CXStreamDynamicBuffer.h"
 
-#include <cstdlib>
 #include <cstring>
 #include <string>
 
@@ -34,9 +33,7 @@ void CopyReadable(const DNValue& from, DNValue& to, size_t depth) {
 std::string Write(const DNValueRef& value) {
     CXStreamDynamicBuffer out;
     TextConfig::Write(*value, out);
-    if (out.GetLastError() != kCXResultOK) {
-        abort();
-    }
+    Check(out.GetLastError() == kCXResultOK);
     return std::string(reinterpret_cast<const char*>(out.GetData()),
                        static_cast<size_t>(out.GetSize()));
 }
@@ -52,16 +49,14 @@ void ReadAll(const DNValue& folder) {
         (void)value->GetString();
         (void)value->GetInts();
         (void)value->GetFloats();
-        if (folder.Get(folder.KeyAt(i)) != value) {
-            abort(); // the key leads elsewhere
-        }
+        Check(folder.Get(folder.KeyAt(i)) == value); // the key leads there
     }
 }
 
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    CXSetLogSink([](const char*) {});
+    SilenceLog();
     const DNValueRef root(new DNMemoryValue);
     TextConfig::Parse(data, size, *root);
     ReadAll(*root);
@@ -73,14 +68,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::string written = Write(readable);
     DNValueRef again(new DNMemoryValue);
     TextConfig::Parse(written.data(), written.size(), *again);
-    if (again->GetChildCount() != readable->GetChildCount()) {
-        abort();
-    }
+    Check(again->GetChildCount() == readable->GetChildCount());
     written = Write(again);
     again = new DNMemoryValue;
     TextConfig::Parse(written.data(), written.size(), *again);
-    if (Write(again) != written) {
-        abort();
-    }
+    Check(Write(again) == written);
     return 0;
 }

@@ -4,17 +4,11 @@
 #include "core/CXLanguages.h"
 #include "core/CXLocalisation.h"
 #include "core/CXPlatformText.h"
+#include "fuzz/FuzzTools.h"
 
-#include <cstdlib>
 #include <vector>
 
 namespace {
-
-void Check(bool holds) {
-    if (!holds) {
-        abort();
-    }
-}
 
 /// Cuts the front off `rest`, up to a byte 1.
 absl::string_view Cut(absl::string_view& rest) {

@@ -1,18 +1,11 @@
 // Translation of data pairs: any type and bytes to any type. A success has the wanted type, a
 // failure leaves nothing behind, and what was made can be translated on.
 #include "dn/DNTranslator.h"
-
-#include <cstdlib>
+#include "fuzz/FuzzTools.h"
 
 namespace {
 
 constexpr uint32_t kTypes = 17; // one beyond the last
-
-void Check(bool holds) {
-    if (!holds) {
-        abort();
-    }
-}
 
 void TranslateToAll(const DNData& from, int steps) {
     for (uint32_t type = 0; type < kTypes; ++type) {

@@ -1,21 +1,9 @@
 // Addresses: any text is split, joined and decoded; what is joined splits into the same address.
-#include "core/CXLog.h"
+#include "fuzz/FuzzTools.h"
 #include "net/CXURI.h"
 
-#include <cstdlib>
-
-namespace {
-
-void Check(bool holds) {
-    if (!holds) {
-        abort();
-    }
-}
-
-} // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    CXSetLogSink([](const char*) {});
+    SilenceLog();
     const absl::string_view text(reinterpret_cast<const char*>(data), size);
     const CXURI uri(text);
     Check(uri.path.FindChar('?') < 0);

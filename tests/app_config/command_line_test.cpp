@@ -1,9 +1,8 @@
 #include "app/config/VelPatchCommandLine.h"
 
-#include "core/CXEncoding.h"
 #include "core/CXFileSystem.h"
-#include "core/CXStringEdit.h"
 #include "tests/support/TempFolder.h"
+#include "tests/support/Text.h"
 
 #include <gtest/gtest.h>
 
@@ -12,22 +11,12 @@
 
 namespace {
 
-std::string Text(const CXString& text) {
-    return std::string(text.GetData(), text.GetLength());
-}
-
 std::vector<CXString> Arguments(const std::vector<std::string>& words) {
     std::vector<CXString> arguments{CXString("program")};
     for (const std::string& word : words) {
         arguments.emplace_back(word.data(), word.size());
     }
     return arguments;
-}
-
-std::string Base64(const std::string& text) {
-    CXStringEdit edit;
-    Base64Encode(text.data(), text.size(), edit);
-    return std::string(edit.GetData(), edit.GetLength());
 }
 
 TEST(CommandLine, RecordsOptions) {
@@ -138,6 +127,32 @@ protected:
         process.createDesktopShortcut = true;
     }
 
+    static bool Parse(const std::vector<std::string>& words) {
+        return ParseCommandLine(Arguments(words));
+    }
+    /// Target, locale, escalation stage and a letter for each flag that is set.
+    static std::string Show() {
+        const VelPatchProcessSettings& process = GetProcessSettings();
+        const std::pair<bool, char> flags[] = {
+            {process.startImmediately, 's'},     {process.launchTargetOnExit, 'l'},
+            {process.selfDeleteOnExit, 'd'},     {process.streamConfigurationOnly, 'c'},
+            {process.settingsOverridden, 'o'},   {process.uninstall, 'u'},
+            {process.createDesktopShortcut, 'k'}};
+        std::string set;
+        for (const auto& [flag, letter] : flags) {
+            set += flag ? std::string(1, letter) : "";
+        }
+        return Row(process.target, process.locale, std::to_string(process.escalationStage), set);
+    }
+    VelPatchSettings Saved() const {
+        VelPatchSettings saved;
+        LoadSettings(saved, "com.example.game", folder.Path("game"));
+        return saved;
+    }
+    void Save(const VelPatchSettings& settings) const {
+        SaveSettings(settings, "com.example.game", folder.Path("game"));
+    }
+
     TempFolder folder;
     std::vector<VelPatchCheckRequest> asked;
     std::vector<int> exits;
@@ -147,92 +162,65 @@ private:
 };
 
 TEST_F(ParseCommandLineTest, FillsTheProcessSettings) {
-    const VelPatchProcessSettings& process = GetProcessSettings();
-    EXPECT_TRUE(ParseCommandLine(Arguments({})));
-    EXPECT_EQ(Text(process.locale), "US");
-    EXPECT_EQ(process.escalationStage, 0);
-    EXPECT_TRUE(process.createDesktopShortcut);
-
-    EXPECT_TRUE(ParseCommandLine(
-        Arguments({"--target", "sub/../game/", "--escalationstage", "2", "--start", "--locale",
-                   "de\xC3\xA4", "--launchtargetonexit", "--selfdeleteonexit", "--setstream",
-                   "--uninstall", "--no-desktop-shortcut"})));
-    EXPECT_EQ(process.target, CXFileSystem::Join(folder.Path("app"), "game"))
+    EXPECT_TRUE(Parse({}));
+    EXPECT_EQ(Show(), "|US|0|k");
+    EXPECT_TRUE(Parse({"--target", "sub/../game/", "--escalationstage", "2", "--start", "--locale",
+                       "de\xC3\xA4", "--launchtargetonexit", "--selfdeleteonexit", "--setstream",
+                       "--uninstall", "--no-desktop-shortcut"}));
+    EXPECT_EQ(Show(), Row(folder.Path("app/game"), "DE\xC3\xA4|2|sldcu"))
         << "relative to the program's folder";
-    EXPECT_EQ(Text(process.locale), "DE\xC3\xA4");
-    EXPECT_EQ(process.escalationStage, 2);
-    EXPECT_TRUE(process.startImmediately && process.launchTargetOnExit &&
-                process.selfDeleteOnExit && process.streamConfigurationOnly && process.uninstall);
-    EXPECT_FALSE(process.createDesktopShortcut);
-
     // A second line: what a line can't unset stays, the rest follows the new one.
     EXPECT_TRUE(ParseHandedOverCommandLine("--target \"C:\\Some Folder\" --escalationstage x"));
-    EXPECT_EQ(Text(process.target), "C:/Some Folder");
-    EXPECT_EQ(Text(process.locale), "US");
-    EXPECT_EQ(process.escalationStage, 0);
-    EXPECT_FALSE(process.startImmediately || process.launchTargetOnExit ||
-                 process.selfDeleteOnExit || process.streamConfigurationOnly);
-    EXPECT_TRUE(process.uninstall);
-    EXPECT_FALSE(process.createDesktopShortcut);
+    EXPECT_EQ(Show(), "C:/Some Folder|US|0|u");
     EXPECT_FALSE(ParseHandedOverCommandLine("  "));
-    EXPECT_EQ(Text(process.target), "C:/Some Folder");
-
-    EXPECT_TRUE(ParseCommandLine(Arguments({"--target"})));
-    EXPECT_TRUE(process.target.IsEmpty());
+    EXPECT_EQ(Show(), "C:/Some Folder|US|0|u");
+    EXPECT_TRUE(Parse({"--target"}));
+    EXPECT_EQ(Show(), "|US|0|u");
     EXPECT_TRUE(exits.empty());
 }
 
 TEST_F(ParseCommandLineTest, CheckForPatch) {
-    EXPECT_TRUE(ParseCommandLine(Arguments({"--checkforpatch"})));
+    EXPECT_TRUE(Parse({"--checkforpatch"}));
     EXPECT_EQ(exits, std::vector<int>{2}) << "no target";
     EXPECT_TRUE(asked.empty());
-    exits.clear();
 
     const CXString target = folder.Path("game");
     VelPatchSettings saved;
     saved.username = "anna";
     saved.password = "old";
-    SaveSettings(saved, "com.example.game", target);
-    const std::vector<CXString> arguments =
-        Arguments({"--target", Text(target), "--checkforpatch", "--settings",
-                   Base64("password new\nstream-id beta\n")});
-    EXPECT_TRUE(ParseCommandLine(arguments));
-    EXPECT_EQ(exits, std::vector<int>{1});
+    Save(saved);
+    const std::vector<std::string> words = {"--target", Text(target), "--checkforpatch",
+                                            "--settings",
+                                            Base64Of("password new\nstream-id beta\n")};
+    EXPECT_TRUE(Parse(words));
     ASSERT_EQ(asked.size(), 1u);
-    EXPECT_EQ(Text(asked[0].anchorFile), "game.bin");
-    EXPECT_EQ(Text(asked[0].bundleId), "com.example.game");
-    EXPECT_EQ(Text(asked[0].installationId), "inst-1");
-    EXPECT_EQ(asked[0].target, target);
-    EXPECT_EQ(Text(asked[0].settings.username), "anna");
-    EXPECT_EQ(Text(asked[0].settings.password), "new");
-    EXPECT_EQ(Text(asked[0].settings.streamId), "beta");
+    const VelPatchCheckRequest& request = asked[0];
+    EXPECT_EQ(Row(request.anchorFile, request.bundleId, request.installationId, request.target),
+              Row("game.bin|com.example.game|inst-1", target));
+    EXPECT_EQ(Row(request.settings.username, request.settings.password, request.settings.streamId),
+              "anna|new|beta");
     EXPECT_TRUE(GetProcessSettings().settingsOverridden);
-    LoadSettings(saved, "com.example.game", target);
-    EXPECT_EQ(Text(saved.password), "old") << "this run never saves";
+    EXPECT_EQ(Saved().password, "old") << "this run never saves";
 
     SetCommandLineHooks({nullptr, [this](int code) { exits.push_back(code); }});
-    EXPECT_TRUE(ParseCommandLine(arguments));
-    EXPECT_EQ(exits.back(), 2) << "nobody to ask";
+    EXPECT_TRUE(Parse(words));
+    EXPECT_EQ(exits, (std::vector<int>{2, 1, 2})) << "nobody to ask";
 }
 
 TEST_F(ParseCommandLineTest, SettingsOverrideIsSaved) {
-    const std::string encoded = Base64("username bert\nstream-id\n");
-    EXPECT_TRUE(ParseCommandLine(Arguments({"--settings", encoded})));
+    const std::string encoded = Base64Of("username bert\nstream-id\n");
+    EXPECT_TRUE(Parse({"--settings", encoded}));
     EXPECT_FALSE(folder.Has("user")) << "without a target it is ignored";
 
-    const CXString target = folder.Path("game");
     VelPatchSettings saved;
     saved.streamId = "beta";
     saved.streamName = "Beta";
-    SaveSettings(saved, "com.example.game", target);
-    EXPECT_TRUE(ParseCommandLine(Arguments({"--settings", encoded, "--target"})));
-    LoadSettings(saved, "com.example.game", target);
-    EXPECT_EQ(Text(saved.streamId), "beta") << "the value went to the first option that waited";
-    EXPECT_TRUE(ParseCommandLine(Arguments({"--target", Text(target), "--settings", encoded})));
-    LoadSettings(saved, "com.example.game", target);
-    EXPECT_EQ(Text(saved.username), "bert");
-    EXPECT_EQ(Text(saved.streamId), "");
-    EXPECT_EQ(Text(saved.streamName), "Beta");
+    Save(saved);
+    EXPECT_TRUE(Parse({"--settings", encoded, "--target"}));
+    EXPECT_EQ(Saved().streamId, "beta") << "the value went to the first option that waited";
+    EXPECT_TRUE(Parse({"--target", Text(folder.Path("game")), "--settings", encoded}));
+    saved = Saved();
+    EXPECT_EQ(Row(saved.username, saved.streamId, saved.streamName), "bert||Beta");
     EXPECT_FALSE(GetProcessSettings().settingsOverridden);
 }
 

@@ -7,6 +7,7 @@
 #include "core/CXLocalisation.h"
 #include "net/CXURI.h"
 #include "tests/support/TempFolder.h"
+#include "tests/support/Text.h"
 
 #include <gtest/gtest.h>
 
@@ -14,10 +15,6 @@
 #include <vector>
 
 namespace {
-
-std::string Text(const CXString& text) {
-    return std::string(text.GetData(), text.GetLength());
-}
 
 std::vector<CXString> List(const std::vector<const char*>& texts) {
     return std::vector<CXString>(texts.begin(), texts.end());
@@ -52,21 +49,17 @@ TEST(SelectLanguage, PicksTheMostWantedName) {
 }
 
 TEST(FileURIOfPath, FormsOfPaths) {
-    const struct {
-        const char* path;
-        const char* uri;
-    } cases[] = {
+    const std::pair<const char*, const char*> cases[] = {
         {"/opt/a b/\xC3\xBC", "file:///opt/a%20b/%c3%bc"},
         {"//server/share/x", "file://server/share/x"},
         {"C:/Games/x", "file:///C%3a/Games/x"},
         {"data/x", ""},
         {"", ""},
     };
-    for (const auto& one : cases) {
-        const CXString uri = FileURIOfPath(one.path);
-        EXPECT_EQ(Text(uri), one.uri);
-        if (!uri.IsEmpty()) {
-            EXPECT_EQ(Text(CXURI(uri).ToFilePath()), one.path) << "there and back";
+    for (const auto& [path, uri] : cases) {
+        EXPECT_EQ(Text(FileURIOfPath(path)), uri);
+        if (*uri != 0) {
+            EXPECT_EQ(Text(CXURI(uri).ToFilePath()), path) << "there and back";
         }
     }
 }
@@ -98,6 +91,19 @@ protected:
     }
 
     bool Apply() { return ApplyConfiguration(configuration, settings, title); }
+    std::string Show() const {
+        return Row(configuration.anchorFile, configuration.bundleId, configuration.installationId,
+                   configuration.installationFolderName, configuration.anchorChecksum,
+                   configuration.offlineDescription, configuration.startMenuShortcutFolder,
+                   configuration.shortcutFilename);
+    }
+    /// Title, addresses, and what kind of copy this is.
+    std::string Outcome() const {
+        return Row(title, settings.patchControlFile, settings.patchDataFile,
+                   std::string(configuration.isOffline ? "offline " : "") +
+                       (configuration.isInstallation ? "installation " : "") +
+                       (GetProcessSettings().launchTargetOnExit ? "launch " : ""));
+    }
 
     TempFolder folder;
     VelPatchConfiguration configuration;
@@ -144,30 +150,18 @@ TEST_F(Configuration, FieldsOfAPatcher) {
     settings.patchDataFile = "https://host/data";
     configuration.anchorChecksum = "kept";
     ASSERT_TRUE(Apply());
-    EXPECT_EQ(Text(configuration.anchorFile), "bin/game.exe");
-    EXPECT_EQ(Text(configuration.bundleId), "com.example.game");
-    EXPECT_EQ(Text(configuration.installationId), "inst");
-    EXPECT_EQ(Text(configuration.installationFolderName), "untitled.app");
-    EXPECT_FALSE(configuration.isOffline);
-    EXPECT_FALSE(configuration.isInstallation) << "a number is no truth value";
-    EXPECT_EQ(Text(configuration.anchorChecksum), "kept") << "offline copies only";
-    EXPECT_TRUE(configuration.offlineDescription.IsEmpty());
+    EXPECT_EQ(Show(), "bin/game.exe|com.example.game|inst|untitled.app|kept||My Games|Game")
+        << "a checksum is taken by offline copies only";
+    EXPECT_EQ(Outcome(), "The Game Patcher|https://host/control|https://host/data|")
+        << "a number is no truth value";
     EXPECT_EQ(configuration.registryEdits, GetConfigurationRoot()->Get("registry-edits"));
     EXPECT_EQ(configuration.registryEdits->GetChildCount(), 2u);
-    EXPECT_EQ(Text(configuration.startMenuShortcutFolder), "My Games");
-    EXPECT_EQ(Text(configuration.shortcutFilename), "Game");
-    EXPECT_EQ(Text(title), "The Game Patcher");
-    EXPECT_EQ(Text(settings.patchControlFile), "https://host/control");
-    EXPECT_EQ(Text(settings.patchDataFile), "https://host/data");
-    EXPECT_FALSE(GetProcessSettings().launchTargetOnExit);
 
     // An uninstall turns any copy into an offline installer, but after its fields were read.
     GetProcessSettings().uninstall = true;
     ASSERT_TRUE(Apply());
-    EXPECT_TRUE(configuration.isOffline && configuration.isInstallation);
-    EXPECT_EQ(Text(title), "$velpatch_window_name_install_offline");
-    EXPECT_EQ(Text(settings.patchControlFile), "https://host/control");
-    EXPECT_FALSE(GetProcessSettings().launchTargetOnExit);
+    EXPECT_EQ(Outcome(), "$velpatch_window_name_install_offline|https://host/control|"
+                         "https://host/data|offline installation ");
 }
 
 TEST_F(Configuration, OfflineCopiesAndInstallers) {
@@ -180,21 +174,17 @@ TEST_F(Configuration, OfflineCopiesAndInstallers) {
     settings.patchDataFile = "https://host/data";
     ASSERT_TRUE(Apply());
     const CXString data = CXFileSystem::Join(folder.Path("app"), "data");
-    EXPECT_EQ(settings.patchControlFile, FileURIOfPath(CXFileSystem::Join(data, "control 1.txt")));
-    EXPECT_TRUE(settings.patchDataFile.IsEmpty());
-    EXPECT_EQ(Text(configuration.anchorChecksum), "abc");
-    EXPECT_EQ(Text(configuration.offlineDescription), "From disc");
-    EXPECT_EQ(Text(configuration.installationFolderName), "game.app");
-    EXPECT_EQ(Text(title), "$velpatch_window_name_offline");
-    EXPECT_FALSE(GetProcessSettings().launchTargetOnExit);
+    const std::string control = Text(FileURIOfPath(CXFileSystem::Join(data, "control 1.txt")));
+    EXPECT_EQ(Show(), "|||game.app|abc|From disc||");
+    EXPECT_EQ(Outcome(), Row("$velpatch_window_name_offline", control, "", "offline "));
 
     Load(offline + "patch-data-file data.bin\npatch-is-installation true\n");
     configuration.anchorChecksum.Clear();
     ASSERT_TRUE(Apply());
-    EXPECT_EQ(settings.patchDataFile, FileURIOfPath(CXFileSystem::Join(data, "data.bin")));
     EXPECT_TRUE(configuration.anchorChecksum.IsEmpty());
-    EXPECT_EQ(Text(title), "$velpatch_window_name_install_offline");
-    EXPECT_TRUE(GetProcessSettings().launchTargetOnExit);
+    EXPECT_EQ(Outcome(), Row("$velpatch_window_name_install_offline", control,
+                             FileURIOfPath(CXFileSystem::Join(data, "data.bin")),
+                             "offline installation launch "));
 
     Load("patch-is-installation TRUE\npatch-control-file\n");
     ASSERT_TRUE(Apply());

@@ -1,11 +1,10 @@
 #include "app/config/VelPatchSettings.h"
 
-#include "core/CXEncoding.h"
-#include "core/CXStringEdit.h"
 #include "dn/DNMemoryValue.h"
 #include "dn/TextConfig.h"
 #include "tests/support/FaultFileDriver.h"
 #include "tests/support/TempFolder.h"
+#include "tests/support/Text.h"
 
 #include <gtest/gtest.h>
 
@@ -15,21 +14,10 @@ namespace {
 
 constexpr char kFile[] = "user/com.example.game/velpatch-settings.dat";
 
-std::string Text(const CXString& text) {
-    return std::string(text.GetData(), text.GetLength());
-}
-
-std::string Encode(const std::string& text) {
-    CXStringEdit edit;
-    Base64Encode(text.data(), text.size(), edit);
-    return std::string(edit.GetData(), edit.GetLength());
-}
-
 /// All saved fields in one line.
 std::string Show(const VelPatchSettings& settings) {
-    return Text(settings.username) + "|" + Text(settings.password) + "|" + Text(settings.streamId) +
-           "|" + Text(settings.streamName) + "|" + Text(settings.patchControlFile) + "|" +
-           Text(settings.patchDataFile);
+    return Row(settings.username, settings.password, settings.streamId, settings.streamName,
+               settings.patchControlFile, settings.patchDataFile);
 }
 
 VelPatchSettings Sample() {
@@ -58,11 +46,7 @@ protected:
 
     /// A settings file whose one record has this value.
     void WriteRecord(const std::string& value) const {
-        std::string quoted;
-        for (const char byte : value) {
-            quoted += byte == '"' ? std::string("\"\"") : std::string(1, byte);
-        }
-        folder.WriteFile(kFile, "\"/game\" \"" + quoted + "\"\r");
+        folder.WriteFile(kFile, "\"/game\" \"" + value + "\"\r"); // none holds a quote
     }
 
     TempFolder folder;
@@ -91,18 +75,15 @@ TEST_F(Settings, RecordsOfSeveralTargets) {
 }
 
 TEST_F(Settings, KeysOfTargets) {
-    const struct {
-        const char* target;
-        const char* key;
-    } cases[] = {
+    const std::pair<const char*, const char*> cases[] = {
         {"C:\\Games\\Foo\\", "c:/games/foo"},
         {"c:/games/foo", "c:/games/foo"},
         {"C:/Games/x/../\xC3\x9Cnit//", "c:/games/\xC3\x9Cnit"},
         {"/Games/./Foo/", "/games/foo"},
         {"/", "/"},
     };
-    for (const auto& one : cases) {
-        EXPECT_EQ(Text(SettingsKeyOfTarget(one.target)), one.key) << one.target;
+    for (const auto& [target, key] : cases) {
+        EXPECT_EQ(Text(SettingsKeyOfTarget(target)), key) << target;
     }
     SaveSettings(Sample(), "com.example.game", "C:\\Games\\Foo\\");
     EXPECT_EQ(Show(Load("c:/games/foo")), Show(Sample()));
@@ -121,23 +102,24 @@ TEST_F(Settings, RecordForms) {
         std::string value;
         std::string shown;
     } cases[] = {
-        {"first version", version0 + Encode(four + string("e") + string("f")), "a|b|c|d||"},
-        {"second version", version1 + Encode(four + string("e") + string("f")), "a|b|c|d|e|f"},
-        {"later version", std::string("\0\0\0\2", 4) + Encode(four), "|||||"},
-        {"top bit of the version", std::string("\x80\0\0\0", 4) + Encode(four), "|||||"},
+        {"first version", version0 + Base64Of(four + string("e") + string("f")), "a|b|c|d||"},
+        {"second version", version1 + Base64Of(four + string("e") + string("f")), "a|b|c|d|e|f"},
+        {"later version", std::string("\0\0\0\2", 4) + Base64Of(four), "|||||"},
+        {"top bit of the version", std::string("\x80\0\0\0", 4) + Base64Of(four), "|||||"},
         {"short version", std::string("\0\0\0", 3), "|||||"},
         {"no body", version1, "|||||"},
-        {"cut body", version1 + Encode(four), "a|b|c|d||"},
-        {"cut string", version1 + Encode(string("a") + "\x05xy"), "a|||||"},
+        {"cut body", version1 + Base64Of(four), "a|b|c|d||"},
+        {"cut string", version1 + Base64Of(string("a") + "\x05xy"), "a|||||"},
         {"blanks in the body",
-         version1 + " " + Encode(four).substr(0, 3) + "\n\t" + Encode(four).substr(3), "a|b|c|d||"},
+         version1 + " " + Base64Of(four).substr(0, 3) + "\n\t" + Base64Of(four).substr(3),
+         "a|b|c|d||"},
         {"bad Base64", version1 + "AW=x", "|||||"},
         {"open group", version1 + "AWE", "|||||"},
-        {"long string", version0 + Encode(longForm + std::string(256, 'x') + string("b")),
+        {"long string", version0 + Base64Of(longForm + std::string(256, 'x') + string("b")),
          std::string(256, 'x') + "|b||||"},
-        {"false length", version1 + Encode(std::string("\xFF\x7F\0\0\0", 5) + "abc" + four),
+        {"false length", version1 + Base64Of(std::string("\xFF\x7F\0\0\0", 5) + "abc" + four),
          "|||||"},
-        {"forbidden length", version1 + Encode("\xFF\xFF\xFF\xFF\xFF" + four), "|||||"},
+        {"forbidden length", version1 + Base64Of("\xFF\xFF\xFF\xFF\xFF" + four), "|||||"},
     };
     for (const auto& one : cases) {
         WriteRecord(one.value);
@@ -187,22 +169,17 @@ TEST_F(Settings, InterruptedReplaceIsRecovered) {
 }
 
 TEST_F(Settings, Override) {
-    const struct {
-        std::string text;
-        std::string shown;
-    } cases[] = {
-        {Encode("username \"new one\"\npassword 12\nstream-id gamma"), "new one|12|gamma"},
-        {Encode("username\nstream-id `WHITEOUT`\nother x"), "|p\"w\r\n|"},
-        {Encode("deeper { username x\n}"), "anna|p\"w\r\n|beta"},
+    const std::pair<std::string, const char*> cases[] = {
+        {Base64Of("username \"new one\"\npassword 12\nstream-id gamma"), "new one|12|gamma"},
+        {Base64Of("username\nstream-id `WHITEOUT`\nother x"), "|p\"w\r\n|"},
+        {Base64Of("deeper { username x\n}"), "anna|p\"w\r\n|beta"},
         {"no Base64!", "anna|p\"w\r\n|beta"},
         {"", "anna|p\"w\r\n|beta"},
     };
-    for (const auto& one : cases) {
+    for (const auto& [text, shown] : cases) {
         VelPatchSettings settings = Sample();
-        ApplySettingsOverride(settings, CXString(one.text.c_str()));
-        EXPECT_EQ(Text(settings.username) + "|" + Text(settings.password) + "|" +
-                      Text(settings.streamId),
-                  one.shown);
+        ApplySettingsOverride(settings, CXString(text.c_str()));
+        EXPECT_EQ(Row(settings.username, settings.password, settings.streamId), shown);
         EXPECT_EQ(settings.streams.size(), 1u);
     }
 }

@@ -89,7 +89,7 @@ TEST(BlockAlloc, BlocksMayBeFreedByAnotherThread) {
             }
         });
         maker.join();
-        std::vector<std::thread> freers;
+        std::vector<std::jthread> freers;
         for (size_t half = 0; half < 2; ++half) {
             freers.emplace_back([&, half] {
                 for (size_t index = half; index < blocks.size(); index += 2) {
@@ -98,9 +98,7 @@ TEST(BlockAlloc, BlocksMayBeFreedByAnotherThread) {
                 }
             });
         }
-        for (std::thread& freer : freers) {
-            freer.join();
-        }
+        freers.clear(); // waits for each
     }
 }
 

@@ -28,21 +28,17 @@ protected:
 };
 
 TEST_F(Crash, LeavesATraceAndDiesOfTheSignal) {
-    const struct {
-        int signal;
-        const char* head;
-    } rows[] = {{SIGSEGV, "VelPatch ended by SIGSEGV\n"},
-                {SIGABRT, "VelPatch ended by SIGABRT\n"},
-                {SIGFPE, "VelPatch ended by SIGFPE\n"}};
-    for (const auto& row : rows) {
+    const std::pair<int, std::string> rows[] = {
+        {SIGSEGV, "SIGSEGV"}, {SIGABRT, "SIGABRT"}, {SIGFPE, "SIGFPE"}};
+    for (const auto& [signal, name] : rows) {
         EXPECT_EXIT(
             {
                 Prepare();
-                std::raise(row.signal);
+                std::raise(signal);
             },
-            testing::KilledBySignal(row.signal), "");
+            testing::KilledBySignal(signal), "");
         const std::string dump = m_folder.ReadFile("crashdump.dmp");
-        EXPECT_EQ(dump.find(row.head), 0u) << dump;
+        EXPECT_EQ(dump.find("VelPatch ended by " + name + "\n"), 0u) << dump;
         EXPECT_NE(dump.find("test_core"), std::string::npos) << dump;
         m_folder.Remove("crashdump.dmp");
     }

@@ -97,7 +97,7 @@ TEST_F(Log, HookSeesTheStampedLineAndMayReport) {
 }
 
 TEST_F(Log, ThreadsDoNotMixLines) {
-    std::vector<std::thread> threads;
+    std::vector<std::jthread> threads;
     for (char mark = 'a'; mark < 'e'; ++mark) {
         threads.emplace_back([mark] {
             for (int round = 0; round < 200; ++round) {
@@ -105,9 +105,7 @@ TEST_F(Log, ThreadsDoNotMixLines) {
             }
         });
     }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    threads.clear(); // waits for each
     EXPECT_EQ(g_lines.size(), 800u);
     for (const std::string& line : g_lines) {
         EXPECT_EQ(line.find_first_not_of(line.back(), 20), std::string::npos) << line;
@@ -140,13 +138,10 @@ TEST(Time, Calendar) {
                                     int64_t{1711846800000}, int64_t{4102444799000}}) {
         const std::tm expected = LocalTime(timestamp);
         const CXTimeNatural natural(timestamp);
-        EXPECT_EQ(natural.year, expected.tm_year + 1900);
-        EXPECT_EQ(natural.month, expected.tm_mon + 1);
-        EXPECT_EQ(natural.day, expected.tm_mday);
-        EXPECT_EQ(natural.hour, expected.tm_hour);
-        EXPECT_EQ(natural.minute, expected.tm_min);
-        EXPECT_EQ(natural.second, expected.tm_sec);
-
+        EXPECT_EQ(std::make_tuple(natural.year, natural.month, natural.day, natural.hour,
+                                  natural.minute, natural.second),
+                  std::make_tuple(expected.tm_year + 1900, expected.tm_mon + 1, expected.tm_mday,
+                                  expected.tm_hour, expected.tm_min, expected.tm_sec));
         const int64_t midnight = CXTime::GetStartOfDay(timestamp);
         EXPECT_LE(midnight, timestamp);
         EXPECT_GT(midnight, timestamp - 26 * 3600 * 1000);
@@ -156,23 +151,20 @@ TEST(Time, Calendar) {
 }
 
 TEST(Encoding, Base64BothWays) {
-    const struct {
-        const char *plain, *encoded;
-    } rows[] = {{"", ""},
-                {"f", "Zg=="},
-                {"fo", "Zm8="},
-                {"foo", "Zm9v"},
-                {"foobar", "Zm9vYmFy"},
-                {"\xFB\xEF\xBE", "++++"},
-                {"\xFF\xFF\xFF", "////"}};
-    for (const auto& row : rows) {
-        const absl::string_view plain(row.plain);
+    const std::pair<absl::string_view, const char*> rows[] = {{"", ""},
+                                                              {"f", "Zg=="},
+                                                              {"fo", "Zm8="},
+                                                              {"foo", "Zm9v"},
+                                                              {"foobar", "Zm9vYmFy"},
+                                                              {"\xFB\xEF\xBE", "++++"},
+                                                              {"\xFF\xFF\xFF", "////"}};
+    for (const auto& [plain, encoded] : rows) {
         CXStringEdit out("kept:");
         Base64Encode(plain.data(), plain.size(), out);
-        EXPECT_EQ(out.View(), std::string("kept:") + row.encoded);
+        EXPECT_EQ(out.View(), std::string("kept:") + encoded);
         CXStringEdit back("kept:");
-        EXPECT_EQ(Base64Decode(row.encoded, back), kCXResultOK);
-        EXPECT_EQ(back.View(), std::string("kept:") + row.plain);
+        EXPECT_EQ(Base64Decode(encoded, back), kCXResultOK);
+        EXPECT_EQ(back.View(), "kept:" + std::string(plain));
     }
     std::string bytes;
     for (int index = 0; index < 3000; ++index) {

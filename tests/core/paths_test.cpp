@@ -1,45 +1,33 @@
 #include "core/CXFileSystem.h"
 #include "core/CXPlatformText.h"
+#include "tests/support/Text.h"
 
 #include <gtest/gtest.h>
 #include <string>
 
 namespace fs = CXFileSystem;
 
-namespace {
-
-std::string Text(const CXString& text) {
-    return std::string(text.GetData(), text.GetLength());
-}
-
-std::string Extended(const std::string& path) {
-    return Text(fs::GetExtendedPath(path));
-}
-
-} // namespace
-
 TEST(Paths, Parts) {
-    const struct {
-        const char *path, *parent, *name, *stem, *extension;
-    } table[] = {
-        {"a/b.tar.gz", "a", "b.tar.gz", "b.tar", "gz"},
-        {"b", "", "b", "b", ""},
-        {"/b", "/", "b", "b", ""},
-        {"C:/b.x", "C:/", "b.x", "b", "x"},
-        {"C:/", "", "", "", ""},
-        {"/", "", "", "", ""},
-        {"a//b", "a", "b", "b", ""},
-        {"//server/share", "", "share", "share", ""},
-        {"//server/share/x", "//server/share", "x", "x", ""},
-        {"a.d/.profile", "a.d", ".profile", ".profile", ""},
-        {"a/b.", "a", "b.", "b", ""},
-        {"a/b/", "a/b", "", "", ""},
+    const std::pair<const char*, const char*> table[] = {
+        // parent|name|stem|extension
+        {"a/b.tar.gz", "a|b.tar.gz|b.tar|gz"},
+        {"b", "|b|b|"},
+        {"/b", "/|b|b|"},
+        {"C:/b.x", "C:/|b.x|b|x"},
+        {"C:/", "|||"},
+        {"/", "|||"},
+        {"a//b", "a|b|b|"},
+        {"//server/share", "|share|share|"},
+        {"//server/share/x", "//server/share|x|x|"},
+        {"a.d/.profile", "a.d|.profile|.profile|"},
+        {"a/b.", "a|b.|b|"},
+        {"a/b/", "a/b|||"},
     };
-    for (const auto& row : table) {
-        EXPECT_EQ(Text(fs::GetParent(row.path)), row.parent) << row.path;
-        EXPECT_EQ(Text(fs::GetFileName(row.path)), row.name) << row.path;
-        EXPECT_EQ(Text(fs::GetStem(row.path)), row.stem) << row.path;
-        EXPECT_EQ(Text(fs::GetExtension(row.path)), row.extension) << row.path;
+    for (const auto& [path, parts] : table) {
+        EXPECT_EQ(Row(fs::GetParent(path), fs::GetFileName(path), fs::GetStem(path),
+                      fs::GetExtension(path)),
+                  parts)
+            << path;
     }
 }
 
@@ -70,16 +58,12 @@ TEST(Paths, RootsAndAbsolutes) {
 }
 
 TEST(Paths, Normalise) {
-    const struct {
-        const char *path, *normal;
-    } table[] = {
-        {"", ""},
+    const std::pair<const char*, const char*> table[] = {
         {".", ""},
         {"a/./b//c/", "a/b/c"},
         {"a/b/../c", "a/c"},
         {"a/../..", ".."},
         {"../../a/..", "../.."},
-        {"..", ".."},
         {"a/..", ""},
         {"/..", "/"},
         {"/../a/../..", "/"},
@@ -87,21 +71,18 @@ TEST(Paths, Normalise) {
         {"C:/..", "C:/"},
         {"C:\\x\\..\\y", "C:/y"},
         {"C:/x\\y", "C:/x/y"},
-        {"C:/", "C:/"},
-        {"C:", "C:"},
         {"\\\\server\\share\\x\\..\\..", "//server/share"},
-        {"//server/share/", "//server/share/"},
         {"//server/share/a/", "//server/share/a"},
         {"//server/share/../../..", "//server/share"},
-        {"/a/b\\..\\c", "/a/b\\..\\c"},
-        {"a/...", "a/..."},
-        {"./C:/x", "./C:/x"},
         {"a/../\\\\s\\h", "./\\\\s\\h"},
     };
-    for (const auto& row : table) {
-        const CXString once = fs::NormalisePath(row.path);
-        EXPECT_EQ(Text(once), row.normal) << row.path;
-        EXPECT_EQ(Text(fs::NormalisePath(once)), row.normal) << row.path;
+    for (const auto& [path, normal] : table) {
+        EXPECT_EQ(Text(fs::NormalisePath(path)), normal) << path;
+        EXPECT_EQ(Text(fs::NormalisePath(normal)), normal) << path;
+    }
+    for (const char* normal :
+         {"", "..", "C:/", "C:", "//server/share/", "/a/b\\..\\c", "a/...", "./C:/x"}) {
+        EXPECT_EQ(Text(fs::NormalisePath(normal)), normal);
     }
 }
 
@@ -118,10 +99,11 @@ TEST(Paths, ExtendedForm) {
     const auto sized = [](std::string front, size_t size) {
         return front + std::string(size - front.size(), 'x');
     };
-    EXPECT_EQ(Extended(sized("C:/a/", 229)), sized("C:/a/", 229));
-    EXPECT_EQ(Extended(sized("C:/a/", 230)), sized("\\\\?\\C:\\a\\", 234));
-    EXPECT_EQ(Extended(sized("a/b/", 400)), sized("a/b/", 400));
-    EXPECT_EQ(Extended(sized("//server/share/", 300)), sized("\\\\?\\UNC\\server\\share\\", 306));
+    EXPECT_EQ(fs::GetExtendedPath(sized("C:/a/", 229)), sized("C:/a/", 229));
+    EXPECT_EQ(fs::GetExtendedPath(sized("C:/a/", 230)), sized("\\\\?\\C:\\a\\", 234));
+    EXPECT_EQ(fs::GetExtendedPath(sized("a/b/", 400)), sized("a/b/", 400));
+    EXPECT_EQ(fs::GetExtendedPath(sized("//server/share/", 300)),
+              sized("\\\\?\\UNC\\server\\share\\", 306));
 }
 
 TEST(Paths, FileURI) {
@@ -150,9 +132,7 @@ TEST(Paths, Names) {
     EXPECT_FALSE(fs::IsValidPath(absl::string_view("a\0b", 3)));
     EXPECT_TRUE(fs::IsValidPath("//server/share/../x"));
 
-    const struct {
-        const char *name, *clean;
-    } table[] = {
+    const std::pair<const char*, const char*> table[] = {
         {"", "Untitled"},
         {".", "_"},
         {"a.", "a._"},
@@ -163,8 +143,8 @@ TEST(Paths, Names) {
         {"nul.", "_nul._"},
         {"..", "_._"},
     };
-    for (const auto& row : table) {
-        EXPECT_EQ(Text(fs::SanitiseFileName(row.name)), row.clean) << row.name;
+    for (const auto& [name, clean] : table) {
+        EXPECT_EQ(Text(fs::SanitiseFileName(name)), clean) << name;
     }
 }
 

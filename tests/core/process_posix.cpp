@@ -1,11 +1,11 @@
 // What CXFileSystem asks of the environment and the process table.
 #include "core/CXFileSystem.h"
 #include "core/CXTime.h"
+#include "tests/support/Environment.h"
 #include "tests/support/TempFolder.h"
 
 #include <cstdlib>
 #include <gtest/gtest.h>
-#include <optional>
 #include <sys/stat.h>
 #include <sys/wait.h>
 
@@ -18,28 +18,16 @@ class ScopedVariable {
 public:
     ScopedVariable(const char* name, const CXString& value) : m_name(name) {
         const char* earlier = getenv(name);
-        if (earlier != nullptr) {
-            m_earlier = earlier;
-        }
-        if (value.IsEmpty()) {
-            unsetenv(name);
-        } else {
-            setenv(name, value.GetData(), 1);
-        }
+        m_earlier = earlier == nullptr ? "" : earlier;
+        SetTestEnvironment(name, value.GetData());
     }
-    ~ScopedVariable() {
-        if (m_earlier) {
-            setenv(m_name, m_earlier->c_str(), 1);
-        } else {
-            unsetenv(m_name);
-        }
-    }
+    ~ScopedVariable() { SetTestEnvironment(m_name, m_earlier); }
     ScopedVariable(const ScopedVariable&) = delete;
     ScopedVariable& operator=(const ScopedVariable&) = delete;
 
 private:
     const char* m_name;
-    std::optional<std::string> m_earlier;
+    std::string m_earlier; ///< empty: not set
 };
 
 std::string WaitForFile(const TempFolder& temp, const char* name, size_t size) {

@@ -1,26 +1,21 @@
 #include "core/BlockAlloc.h"
 #include "core/CXString.h"
 #include "core/CXStringEdit.h"
+#include "tests/support/Text.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <cstring>
+#include <functional>
 #include <random>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <utility>
 #include <vector>
 
 namespace {
-
-std::string Text(const CXString& text) {
-    return std::string(text.GetData(), text.GetLength());
-}
-
-std::string Text(absl::string_view view) {
-    return std::string(view.data(), view.size());
-}
 
 bool IsInline(const CXString& text) {
     return (text.GetWord() & 1) != 0;
@@ -34,12 +29,11 @@ uint64_t ReferenceWord(const CXString& text) {
 const CXString g_staticKey = "a-program-wide-key-in-a-block";
 
 TEST(CXString, WordForms) {
-    EXPECT_EQ(CXString().GetWord(), 0u);
-    EXPECT_EQ(CXString(static_cast<const char*>(nullptr)).GetWord(), 0u);
-    EXPECT_EQ(CXString("").GetWord(), 0u);
-    EXPECT_EQ(CXString("abc", 0).GetWord(), 0u);
-    EXPECT_EQ(CXString(nullptr, 9).GetWord(), 0u);
-    EXPECT_EQ(CXString(CXStringEdit()).GetWord(), 0u);
+    for (const CXString& empty :
+         {CXString(), CXString(static_cast<const char*>(nullptr)), CXString(""), CXString("abc", 0),
+          CXString(nullptr, 9), CXString(CXStringEdit())}) {
+        EXPECT_EQ(empty.GetWord(), 0u);
+    }
     // An integer that was cast to a pointer is never read.
     for (const intptr_t odd : {0x10, 4095, -1, -4095}) {
         EXPECT_EQ(CXString(reinterpret_cast<const char*>(odd)).GetWord(), 0u) << odd;
@@ -156,15 +150,13 @@ TEST(CXString, Parts) {
     EXPECT_TRUE(text.Mid(4, 2).empty());
     EXPECT_TRUE(CXString().Mid(0, 1).empty());
 
-    const struct {
-        int64_t start, end;
-        const char* rest;
-    } cuts[] = {{2, 4, "01456"}, {-5, 1, "123456"}, {5, 99, "01234"},  {0, 7, ""},
-                {-1, 99, ""},    {3, 3, "0123456"}, {5, 2, "0123456"}, {9, 12, "0123456"}};
-    for (const auto& cut : cuts) {
+    const std::tuple<int64_t, int64_t, const char*> cuts[] = {
+        {2, 4, "01456"}, {-5, 1, "123456"}, {5, 99, "01234"},  {0, 7, ""},
+        {-1, 99, ""},    {3, 3, "0123456"}, {5, 2, "0123456"}, {9, 12, "0123456"}};
+    for (const auto& [start, end, rest] : cuts) {
         CXString changed(text);
-        changed.Remove(cut.start, cut.end);
-        EXPECT_EQ(Text(changed), cut.rest) << cut.start << ".." << cut.end;
+        changed.Remove(start, end);
+        EXPECT_EQ(Text(changed), rest) << start << ".." << end;
     }
     EXPECT_EQ(Text(text), "0123456");
     EXPECT_EQ(text.FindChar('4'), 4);
@@ -195,26 +187,17 @@ TEST(CXString, CaseAndHex) {
 }
 
 TEST(CXString, Orders) {
-    const struct {
-        const char *a, *b;
-        bool less, greater;
-    } rows[] = {
-        {"", "", false, false},
-        {"", "a", true, false},
-        {"a", "", false, true},
-        {"abc", "abd", true, false},
-        {"abc", "abcd", true, false},
-        {"a long text 1", "a long text", false, true},
-        // A byte above 0x7F is large for `Less` and negative for `Greater`.
-        {"a\xC3", "az", false, false},
-        {"az", "a\xC3", true, true},
-    };
-    for (const auto& row : rows) {
-        const CXString a(row.a);
-        const CXString b(row.b);
-        EXPECT_EQ(a.Less(b), row.less) << row.a << " " << row.b;
-        EXPECT_EQ(a.Greater(b), row.greater) << row.a << " " << row.b;
-        EXPECT_EQ(a == b, std::strcmp(row.a, row.b) == 0);
+    // Texts with their order: what a byte above 0x7F is, is large for `Less`, negative for
+    // `Greater`.
+    const std::tuple<const char*, const char*, bool, bool> rows[] = {
+        {"", "", false, false},        {"", "a", true, false},
+        {"a", "", false, true},        {"abc", "abd", true, false},
+        {"abc", "abcd", true, false},  {"a long text 1", "a long text", false, true},
+        {"a\xC3", "az", false, false}, {"az", "a\xC3", true, true}};
+    for (const auto& [a, b, less, greater] : rows) {
+        EXPECT_EQ(CXString(a).Less(b), less) << a << " " << b;
+        EXPECT_EQ(CXString(a).Greater(b), greater) << a << " " << b;
+        EXPECT_EQ(CXString(a) == CXString(b), std::strcmp(a, b) == 0);
     }
     EXPECT_TRUE(CXString("same long text").Equals(CXString("same long text")));
     EXPECT_FALSE(CXString("same long text").Equals(CXString("same long tex_")));
@@ -226,20 +209,14 @@ TEST(CXString, Orders) {
 }
 
 TEST(CXString, HashSkipsTheMiddleOfLongTexts) {
-    std::string a(1000, 'x');
-    std::string b = a;
-    b[500] = 'y';
-    EXPECT_EQ(CXHash(a), CXHash(b));
-    b = a;
-    b[127] = 'y';
-    EXPECT_NE(CXHash(a), CXHash(b));
-    b = a;
-    b[872] = 'y';
-    EXPECT_NE(CXHash(a), CXHash(b));
-    a.resize(256);
-    b = a;
-    b[128] = 'y';
-    EXPECT_NE(CXHash(a), CXHash(b));
+    const auto counts = [](size_t size, size_t at) {
+        std::string text(size, 'x');
+        const uint32_t before = CXHash(text);
+        text[at] = 'y';
+        return CXHash(text) != before;
+    };
+    EXPECT_FALSE(counts(1000, 500));
+    EXPECT_TRUE(counts(1000, 127) && counts(1000, 872) && counts(256, 128));
     // CRC-32 of eight zero bytes, and of 03 00 00 00 00 00 00 00 "abc" (taken from Python's zlib).
     EXPECT_EQ(CXHash(""), 0x6522DF69u);
     EXPECT_EQ(CXHash("abc"), 0x38004F3Du);
@@ -285,7 +262,7 @@ TEST(CXString, LockIndexCoversTheWholeTable) {
 TEST(CXString, ObjectsMayBeSharedByThreads) {
     CXString shared[3] = {"the first of the shared texts", "abc", ""};
     std::atomic<bool> bad{false};
-    std::vector<std::thread> threads;
+    std::vector<std::jthread> threads;
     for (unsigned seed = 0; seed < 4; ++seed) {
         threads.emplace_back([&shared, &bad, seed] {
             std::minstd_rand random(seed + 1);
@@ -299,35 +276,19 @@ TEST(CXString, ObjectsMayBeSharedByThreads) {
             for (int round = 0; round < 20000; ++round) {
                 const size_t from = random() % 3;
                 const size_t to = (from + 1 + random() % 2) % 3;
-                switch (random() % 7) {
-                case 0:
-                    shared[to] = shared[from];
-                    break;
-                case 1:
-                    shared[to] = std::move(shared[from]);
-                    break;
-                case 2:
-                    check(CXString(shared[from]));
-                    break;
-                case 3:
-                    check(CXString(std::move(shared[from])));
-                    break;
-                case 4:
-                    shared[to] = CXString::Format("a text: %d", round);
-                    break;
-                case 5:
-                    shared[to] = CXString("abc");
-                    break;
-                default:
-                    shared[to].Clear();
-                    break;
-                }
+                const std::function<void()> steps[] = {
+                    [&] { shared[to] = shared[from]; },
+                    [&] { shared[to] = std::move(shared[from]); },
+                    [&] { check(CXString(shared[from])); },
+                    [&] { check(CXString(std::move(shared[from]))); },
+                    [&] { shared[to] = CXString::Format("a text: %d", round); },
+                    [&] { shared[to] = CXString("abc"); },
+                    [&] { shared[to].Clear(); }};
+                steps[random() % 7]();
             }
         });
     }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    threads.clear(); // waits for each
     EXPECT_FALSE(bad);
 }
 

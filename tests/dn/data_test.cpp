@@ -3,6 +3,7 @@
 #include "dn/DNTranslator.h"
 
 #include "core/CXGeometry.h"
+#include "tests/support/Text.h"
 
 #include <gtest/gtest.h>
 
@@ -12,29 +13,23 @@
 
 namespace {
 
-std::string Text(const CXString& text) {
-    return std::string(text.GetData(), text.GetLength());
-}
-
-std::string Name(const char* text) {
-    return text;
-}
-
 DNData Bytes(uint32_t type, size_t count) {
     return {CXString(std::string(count, '\1').c_str(), count), type};
 }
 
 TEST(DNData, EncodesNumbersInTheWord) {
     // Inline strings: length * 2 + 1 in the first byte, then the bytes.
-    EXPECT_EQ(DNData::Int(1).data.GetWord(), 0x0000000000000109u);
-    EXPECT_EQ(DNData::Int(-1).data.GetWord(), 0x000000FFFFFFFF09u);
-    EXPECT_EQ(DNData::Int(0).data.GetWord(), 0x09u);
-    EXPECT_EQ(DNData::Bool(true).data.GetWord(), 0x0103u);
-    EXPECT_EQ(DNData::Bool(false).data.GetWord(), 0x03u);
-    EXPECT_EQ(DNData::Float(1.0f).data.GetWord(), 0x0000003F80000009u);
+    const std::pair<DNData, uint64_t> words[] = {{DNData::Int(1), 0x0000000000000109},
+                                                 {DNData::Int(-1), 0x000000FFFFFFFF09},
+                                                 {DNData::Bool(true), 0x0103},
+                                                 {DNData::Bool(false), 0x03},
+                                                 {DNData::Whiteout(), 0},
+                                                 {DNData::Float(1.0f), 0x0000003F80000009}};
+    for (const auto& [data, word] : words) {
+        EXPECT_EQ(data.data.GetWord(), word);
+    }
     EXPECT_EQ(DNData::Int64(1).data.GetLength(), 8u);
     EXPECT_EQ(DNData::Int64(1).data.GetWord() & 1, 0u) << "eight bytes don't fit the word";
-    EXPECT_EQ(DNData::Whiteout().data.GetWord(), 0u);
     const int32_t ints[] = {1, -2, 3};
     EXPECT_EQ(DNData::Ints(ints, 3).data.GetLength(), 12u);
     EXPECT_EQ(Bytes(kDNTypeInts, 11).GetElementCount(), 2u);
@@ -85,41 +80,36 @@ TEST(DNData, TypedReadsTranslate) {
 }
 
 TEST(DNTranslator, Results) {
-    const struct {
-        DNData from;
-        uint32_t to;
-        CXResult result;
-    } cases[] = {
-        {DNData::Int(1), kDNTypeInt, kCXResultOK},
-        {DNData(), kDNTypeString, kCXResultOK}, // nothing stays nothing
-        {DNData::String("x"), kDNTypeInt, kCXResultUnusable},
-        {DNData::String("99999999999"), kDNTypeInt, kCXResultUnusable},
-        {DNData::Int64(1LL << 40), kDNTypeInt, kCXResultUnusable},
-        {DNData::Bool(true), kDNTypeInt, kCXResultUnusable},
-        {DNData::Float(2), kDNTypeInt, kCXResultUnusable},
-        {DNData::Raw("1", 1), kDNTypeString, kCXResultUnusable},
-        {DNData::Folder(), kDNTypeString, kCXResultUnusable},
-        {DNData::Int(1), 999, kCXResultUnusable},
-        {Bytes(kDNTypeInt, 3), kDNTypeInt64, kCXResultBadData},
-        {Bytes(kDNTypeInt, 3), kDNTypeString, kCXResultBadData},
-        {Bytes(kDNTypeInt, 3), kDNTypeInt, kCXResultOK}, // a copy looks at nothing
-        {Bytes(kDNTypeBool, 2), kDNTypeString, kCXResultBadData},
-        {Bytes(kDNTypeBool, 2), kDNTypeInt, kCXResultBadData}, // in the first of two steps
-        {Bytes(kDNTypeInt64, 4), kDNTypeInt, kCXResultBadData},
-        {Bytes(kDNTypeFloat, 8), kDNTypeString, kCXResultBadData},
-        {Bytes(kDNTypeFloats, 6), kDNTypeString, kCXResultBadData},
-        {Bytes(kDNTypeInts, 6), kDNTypeFloats, kCXResultBadData},
-        {Bytes(kDNTypeInts, 12), kDNTypeBox2i, kCXResultBadData},
-        {DNData::String("1,2,3"), kDNTypeVector2i, kCXResultBadData},
-    };
-    for (const auto& one : cases) {
-        DNData out = DNData::String("old");
-        EXPECT_EQ(Translate(one.from, one.to, out), one.result)
-            << Name(DNTypeName(one.from.type)) << " to " << one.to;
-        if (one.result != kCXResultOK) {
-            EXPECT_TRUE(out.IsNone());
+    const auto expect = [](CXResult result, std::vector<std::pair<DNData, uint32_t>> pairs) {
+        for (const auto& [from, to] : pairs) {
+            DNData out = DNData::String("old");
+            EXPECT_EQ(Translate(from, to, out), result)
+                << std::string(DNTypeName(from.type)) << " to " << to;
+            EXPECT_TRUE(result == kCXResultOK || out.IsNone());
         }
-    }
+    };
+    // Nothing stays nothing, and a copy looks at nothing.
+    expect(kCXResultOK, {{DNData::Int(1), kDNTypeInt},
+                         {DNData(), kDNTypeString},
+                         {Bytes(kDNTypeInt, 3), kDNTypeInt}});
+    expect(kCXResultUnusable, {{DNData::String("x"), kDNTypeInt},
+                               {DNData::String("99999999999"), kDNTypeInt},
+                               {DNData::Int64(1LL << 40), kDNTypeInt},
+                               {DNData::Bool(true), kDNTypeInt},
+                               {DNData::Float(2), kDNTypeInt},
+                               {DNData::Raw("1", 1), kDNTypeString},
+                               {DNData::Folder(), kDNTypeString},
+                               {DNData::Int(1), 999}});
+    expect(kCXResultBadData, {{Bytes(kDNTypeInt, 3), kDNTypeInt64},
+                              {Bytes(kDNTypeInt, 3), kDNTypeString},
+                              {Bytes(kDNTypeBool, 2), kDNTypeString},
+                              {Bytes(kDNTypeBool, 2), kDNTypeInt}, // in the first of two steps
+                              {Bytes(kDNTypeInt64, 4), kDNTypeInt},
+                              {Bytes(kDNTypeFloat, 8), kDNTypeString},
+                              {Bytes(kDNTypeFloats, 6), kDNTypeString},
+                              {Bytes(kDNTypeInts, 6), kDNTypeFloats},
+                              {Bytes(kDNTypeInts, 12), kDNTypeBox2i},
+                              {DNData::String("1,2,3"), kDNTypeVector2i}});
 }
 
 TEST(DNTranslator, GeometryKeepsItsComponents) {
@@ -156,40 +146,24 @@ TEST(DNTranslator, RegisteredOnesComeLast) {
 }
 
 TEST(DNNumberText, WhatIsANumber) {
-    const struct {
-        const char* text;
-        bool isFloat;
-        float value;
-    } floats[] = {
-        {"0", true, 0},
-        {"-0", true, 0},
-        {" 1.5 ", true, 1.5f},
-        {"\t1", false, 0},
-        {".5", true, 0.5f},
-        {"5.", true, 5},
-        {"-.5", true, -0.5f},
-        {".", false, 0},
-        {"-", false, 0},
-        {"", false, 0},
-        {"1e3", false, 0},
-        {"0x10", false, 0},
-        {"inf", false, 0},
-        {"nan", false, 0},
-        {"1,5", false, 0},
-        {"+1", false, 0},
-        {"1.2.3", false, 0},
-        {"- 1", false, 0},
-        {"16777217", true, 16777216.0f},
-        {"0.1", true, 0.1f},
-        {"999999999999999999999999999999999999999.0", false, 0},
-        {"0.00000000000000000000000000000000000000000000000000001", true, 0},
-    };
-    for (const auto& one : floats) {
-        float value = 0;
-        EXPECT_EQ(DNNumberText::ReadFloat(one.text, value), one.isFloat) << one.text;
-        if (one.isFloat) {
-            EXPECT_EQ(value, one.value) << one.text;
-        }
+    const std::pair<const char*, float> floats[] = {
+        {"0", 0},
+        {"-0", 0},
+        {" 1.5 ", 1.5f},
+        {".5", 0.5f},
+        {"5.", 5},
+        {"-.5", -0.5f},
+        {"16777217", 16777216.0f},
+        {"0.1", 0.1f},
+        {"0.00000000000000000000000000000000000000000000000000001", 0}};
+    float value = 0;
+    for (const auto& [text, expected] : floats) {
+        EXPECT_TRUE(DNNumberText::ReadFloat(text, value)) << text;
+        EXPECT_EQ(value, expected) << text;
+    }
+    for (const char* text : {"\t1", ".", "-", "", "1e3", "0x10", "inf", "nan", "1,5", "+1", "1.2.3",
+                             "- 1", "999999999999999999999999999999999999999.0"}) {
+        EXPECT_FALSE(DNNumberText::ReadFloat(text, value)) << text;
     }
 }
 

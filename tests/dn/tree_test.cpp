@@ -5,19 +5,17 @@
 #include "dn/DNStdIndexedValue.h"
 #include "dn/DNTree.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/Text.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <string>
 #include <thread>
 #include <vector>
 
 namespace {
-
-std::string Text(const CXString& text) {
-    return std::string(text.GetData(), text.GetLength());
-}
 
 DNValueRef Leaf(int32_t number) {
     return new DNMemoryDataValue(DNData::Int(number));
@@ -44,13 +42,12 @@ DNValueRef Filled(int32_t count) {
 class Listener : public CXMessageTarget {
 public:
     CXResult ProcessMessage(const CXMessage& message) override {
+        const auto indexOf = [](const auto& change) { return std::to_string(change.GetIndex()); };
         heard += Text(message.GetName());
         if (message.Is("DNValue::addChild")) {
-            heard += " " +
-                     std::to_string(static_cast<const DNValueAddChildMessage&>(message).GetIndex());
+            heard += " " + indexOf(static_cast<const DNValueAddChildMessage&>(message));
         } else if (message.Is("DNValue::removeChild")) {
-            heard += " " + std::to_string(
-                               static_cast<const DNValueRemoveChildMessage&>(message).GetIndex());
+            heard += " " + indexOf(static_cast<const DNValueRemoveChildMessage&>(message));
         }
         heard += ";";
         if (keep && message.Is("DNValue::releaseValue")) {
@@ -59,11 +56,7 @@ public:
         return kCXResultOK;
     }
 
-    std::string Take() {
-        std::string text;
-        text.swap(heard);
-        return text;
-    }
+    std::string Take() { return std::exchange(heard, std::string()); }
 
     std::string heard;
     bool keep = false;
@@ -168,10 +161,8 @@ TEST(DNMemoryValue, AgreesWithAModel) {
     const DNValueRef folder(new DNMemoryValue);
     for (int32_t step = 0; step < 4000; ++step) {
         const int32_t key = std::rand() % 60;
-        auto found = model.begin();
-        while (found != model.end() && found->first != key) {
-            ++found;
-        }
+        const auto found = std::find_if(model.begin(), model.end(),
+                                        [key](const auto& entry) { return entry.first == key; });
         if (std::rand() % 5 < 3) {
             folder->Set(DNData::Int(key), Leaf(step));
             if (found == model.end()) {
@@ -307,7 +298,7 @@ TEST(DNStdIndexedValue, ViewsAVector) {
 TEST(DNValue, SharedReferencesAndIteratorsAcrossThreads) {
     DNValueRef shared = Filled(20);
     std::atomic<bool> stop{false};
-    std::vector<std::thread> readers;
+    std::vector<std::jthread> readers;
     for (int i = 0; i < 3; ++i) {
         readers.emplace_back([&shared, &stop] {
             while (!stop.load(std::memory_order_relaxed)) {
@@ -320,19 +311,15 @@ TEST(DNValue, SharedReferencesAndIteratorsAcrossThreads) {
         DNValueRef::StoreShared(shared, Filled(20));
     }
     stop = true;
-    for (std::thread& reader : readers) {
-        reader.join();
-    }
+    readers.clear(); // waits for each
 
     const DNValueRef unindexed = Filled(16); // the first look-up is what makes its index
-    std::vector<std::thread> seekers;
+    std::vector<std::jthread> seekers;
     for (int i = 0; i < 3; ++i) {
         seekers.emplace_back(
             [&unindexed] { EXPECT_EQ(unindexed->Get(DNData::Int(15))->GetInt(), 15); });
     }
-    for (std::thread& seeker : seekers) {
-        seeker.join();
-    }
+    seekers.clear(); // waits for each
 
     const DNValueRef folder = Filled(2000);
     std::vector<DNIteratorRef> live;

@@ -10,23 +10,9 @@
 
 #include <algorithm>
 #include <chrono>
-#include <fstream>
-#include <random>
 #include <thread>
 
-namespace fs = std::filesystem;
-
 namespace {
-
-std::string Slurp(const fs::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(file), {});
-}
-
-void Spill(const fs::path& path, const std::string& contents) {
-    fs::create_directories(path.parent_path());
-    std::ofstream(path, std::ios::binary) << contents;
-}
 
 std::string Quoted(const std::string& text) {
     std::string out = "\"";
@@ -34,15 +20,6 @@ std::string Quoted(const std::string& text) {
         out += byte == '"' ? std::string("\"\"") : std::string(1, byte);
     }
     return out + "\"";
-}
-
-TestOperation MakeOp(const std::string& command, const std::string& source,
-                     const std::string& destination) {
-    TestOperation operation;
-    operation.command = command;
-    operation.source = source;
-    operation.destination = destination;
-    return operation;
 }
 
 void Quiet(const char* /*line*/) {}
@@ -57,12 +34,6 @@ Tree WithFolders(const Tree& files) {
         }
     }
     return out;
-}
-
-TestOperation TestOperation::With(const std::function<void(TestOperation&)>& change) const {
-    TestOperation changed = *this;
-    change(changed);
-    return changed;
 }
 
 std::string MD5Of(const std::string& bytes) {
@@ -92,9 +63,15 @@ std::string Deflated(const std::string& bytes) {
 }
 
 TestOperation CreateFileOp(const std::string& path, const std::string& contents) {
-    TestOperation operation = MakeOp("create-file", "", path);
-    operation.record = contents;
-    operation.recordChecksum = MD5Of(contents);
+    return {"create-file", "", path, contents, MD5Of(contents)};
+}
+
+TestOperation ReplaceFileOp(const std::string& path, const std::string& contents, uint32_t flags,
+                            const std::string& sourceChecksum) {
+    TestOperation operation = CreateFileOp(path, contents);
+    operation.source = path;
+    operation.flags = flags;
+    operation.sourceChecksum = sourceChecksum;
     return operation;
 }
 
@@ -118,32 +95,27 @@ std::string SimpleDiff(const std::string& oldContents, const std::string& newCon
 
 TestOperation EditOp(const std::string& source, const std::string& destination,
                      const std::string& oldContents, const std::string& newContents) {
-    TestOperation operation = MakeOp("edit-file", source, destination);
-    operation.record = SimpleDiff(oldContents, newContents);
-    operation.recordChecksum = MD5Of(newContents);
-    operation.sourceChecksum = MD5Of(oldContents);
-    operation.destinationChecksum = MD5Of(newContents);
-    return operation;
+    const std::string checksum = MD5Of(newContents);
+    return {
+        "edit-file",        source,  destination, SimpleDiff(oldContents, newContents), checksum,
+        MD5Of(oldContents), checksum};
 }
 
 TestOperation MoveOp(const std::string& source, const std::string& destination,
                      const std::string& contents) {
-    TestOperation operation = MakeOp("move-file", source, destination);
-    operation.sourceChecksum = MD5Of(contents);
-    operation.destinationChecksum = MD5Of(contents);
-    return operation;
+    return {"move-file", source, destination, "", "", MD5Of(contents), MD5Of(contents)};
 }
 
 TestOperation DeleteFileOp(const std::string& path) {
-    return MakeOp("delete-file", "", path);
+    return {"delete-file", "", path};
 }
 
 TestOperation CreateFolderOp(const std::string& path) {
-    return MakeOp("create-folder", "", path);
+    return {"create-folder", "", path};
 }
 
 TestOperation DeleteFolderOp(const std::string& path) {
-    return MakeOp("delete-folder", "", path);
+    return {"delete-folder", "", path};
 }
 
 std::string RecordsOf(const std::vector<TestOperation>& operations) {
@@ -182,12 +154,9 @@ std::string ControlTextOf(const std::vector<TestOperation>& operations,
 }
 
 PatchWorld::PatchWorld() {
-    std::random_device random;
-    m_root = fs::canonical(fs::temp_directory_path()) /
-             ("velpatch-test-" + std::to_string(random()) + std::to_string(random()));
-    fs::create_directories(m_root / "temp");
-    fs::create_directories(m_root / "product" / "program" / "data");
-    RedirectTemporaryFolder((m_root / "temp").string());
+    m_folder.MakeFolder("temp");
+    m_folder.MakeFolder("product/program/data");
+    RedirectTemporaryFolder(Text("temp").GetData());
     CXFileSystem::SetApplicationFolder(Text("product/program"));
     CXSetLogSink(Quiet);
     SetDeleteRetryPause(1);
@@ -197,57 +166,34 @@ PatchWorld::PatchWorld() {
 
 PatchWorld::~PatchWorld() {
     CXFileSystem::SetApplicationFolder(CXString());
-    RedirectTemporaryFolder(m_root.parent_path().string());
-    std::error_code ignored;
-    fs::remove_all(m_root, ignored);
-}
-
-CXString PatchWorld::Text(const std::string& name) const {
-    return CXString((m_root / name).generic_string());
+    RedirectTemporaryFolder(Path("").parent_path().string());
 }
 
 CXURI PatchWorld::FileURI(const std::string& name) const {
     CXURI uri;
     uri.scheme = "file";
-    const std::string path = (m_root / name).generic_string();
-    uri.path = CXURI::Encode(path[0] == '/' ? path.substr(1) : path, "/");
+    const CXString path = Text(name);
+    uri.path = CXURI::Encode(path.View().substr(path.Left(1) == "/" ? 1 : 0), "/");
     return uri;
 }
 
 void PatchWorld::WriteTarget(const Tree& files) {
-    fs::create_directories(m_root / targetName);
+    m_folder.MakeFolder(targetName);
     for (const auto& [path, contents] : files) {
         if (path.back() == '/') {
-            fs::create_directories(m_root / targetName / path.substr(0, path.size() - 1));
+            m_folder.MakeFolder(targetName + "/" + path);
         } else {
-            Spill(m_root / targetName / path, contents);
+            WriteFile(targetName + "/" + path, contents);
         }
     }
 }
 
 Tree PatchWorld::ReadTarget() const {
     Tree out;
-    const fs::path root = m_root / targetName;
-    if (!fs::exists(root)) {
-        return out;
-    }
-    for (const auto& entry : fs::recursive_directory_iterator(root)) {
-        const std::string path = entry.path().lexically_relative(root).generic_string();
-        if (entry.is_directory() && !entry.is_symlink()) {
-            out[path + "/"] = "";
-        } else {
-            out[path] = Slurp(entry.path());
-        }
+    for (const auto& [path, entry] : m_folder.Tree(targetName)) {
+        out[entry.type == 'd' ? path + "/" : path] = entry.contents;
     }
     return out;
-}
-
-void PatchWorld::WriteFile(const std::string& name, const std::string& contents) {
-    Spill(m_root / name, contents);
-}
-
-std::string PatchWorld::ReadFile(const std::string& name) const {
-    return Slurp(m_root / name);
 }
 
 void PatchWorld::WritePatch(const std::vector<TestOperation>& operations,
@@ -258,34 +204,25 @@ void PatchWorld::WritePatch(const std::vector<TestOperation>& operations,
 
 RunResult PatchWorld::Run() {
     RunResult result;
-    fs::remove(m_root / "temp" / "velpatch-log.txt");
+    m_folder.Remove("temp/velpatch-log.txt");
     {
         VelPatchTask_ApplyFilePatches task;
         task.Prepare(controlURI, dataURI);
         task.SetDiscPrompt(discPrompt);
-        bool isReady = false;
-        if (!task.Begin(Text(targetName))) {
-            isReady = true;
-        }
-        const auto start = std::chrono::steady_clock::now();
-        while (std::chrono::steady_clock::now() - start < std::chrono::seconds(60)) {
+        bool isReady = !task.Begin(Text(targetName));
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+        while (!result.ended && std::chrono::steady_clock::now() < end) {
             task.GetStatus(result.status);
             const uint32_t state = result.status.state;
-            if (!task.IsRunning() && (state == kTaskStateFinished || state == kTaskStateFailed)) {
-                result.ended = true;
-                break;
-            }
+            result.ended =
+                !task.IsRunning() && (state == kTaskStateFinished || state == kTaskStateFailed);
             if (state == kTaskStateReady && !isReady &&
                 result.status.statusText == "$velpatch_task_ready_to_install") {
                 isReady = true;
-                if (atReady) {
-                    atReady(task);
-                } else {
-                    task.Go();
-                }
+                atReady(task);
             } else if (state == kTaskStatePrompt) {
                 result.prompts.push_back(result.status);
-                const Answer answer = onPrompt ? onPrompt(result.status) : Answer::No;
+                const Answer answer = onPrompt(result.status);
                 if (answer == Answer::Stop) {
                     task.Stop();
                 } else {
@@ -304,6 +241,6 @@ RunResult PatchWorld::Run() {
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
     }
-    result.log = Slurp(m_root / "temp" / "velpatch-log.txt");
+    result.log = ReadFile("temp/velpatch-log.txt");
     return result;
 }

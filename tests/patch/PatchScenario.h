@@ -2,6 +2,7 @@
 #pragma once
 
 #include "patch/VelPatchTask_ApplyFilePatches.h"
+#include "tests/support/TempFolder.h"
 
 #include <cstdint>
 #include <filesystem>
@@ -22,15 +23,21 @@ struct TestOperation {
     std::string command;
     std::string source;
     std::string destination;
-    std::string record;         ///< payload or diff
-    std::string recordChecksum; ///< as stated in the record
-    std::string sourceChecksum;
-    std::string destinationChecksum;
-    std::string permissions;
+    std::string record = {};         ///< payload or diff
+    std::string recordChecksum = {}; ///< as stated in the record
+    std::string sourceChecksum = {};
+    std::string destinationChecksum = {};
+    std::string permissions = {};
     uint32_t flags = 0;
     int64_t effort = 100;
 
-    TestOperation With(const std::function<void(TestOperation&)>& change) const;
+    /// A copy with another value in one member.
+    template <typename T, typename Value>
+    TestOperation With(T TestOperation::*member, const Value& value) const {
+        TestOperation changed = *this;
+        changed.*member = value;
+        return changed;
+    }
 };
 
 std::string MD5Of(const std::string& bytes);
@@ -39,6 +46,9 @@ std::string StreamString(const std::string& text);
 std::string Deflated(const std::string& bytes);
 
 TestOperation CreateFileOp(const std::string& path, const std::string& contents);
+/// A create-file operation whose source is its destination, with these flags.
+TestOperation ReplaceFileOp(const std::string& path, const std::string& contents, uint32_t flags,
+                            const std::string& sourceChecksum = {});
 /// A diff that keeps the common front and back of both contents.
 std::string SimpleDiff(const std::string& oldContents, const std::string& newContents);
 TestOperation EditOp(const std::string& source, const std::string& destination,
@@ -63,6 +73,8 @@ struct RunResult {
     std::string log;
     std::vector<TaskStatus> prompts;
 
+    bool Finished() const { return ended && status.state == kTaskStateFinished; }
+    bool Failed() const { return ended && status.state == kTaskStateFailed; }
     bool LogHas(const std::string& text) const { return log.find(text) != std::string::npos; }
 };
 
@@ -78,24 +90,30 @@ public:
     Tree ReadTarget() const;
     /// Writes control.txt and data.bin of the operations.
     void WritePatch(const std::vector<TestOperation>& operations, const std::string& extra = {});
-    void WriteFile(const std::string& name, const std::string& contents);
-    std::string ReadFile(const std::string& name) const;
+    void WriteFile(const std::string& name, const std::string& contents) {
+        m_folder.WriteFile(name, contents);
+    }
+    std::string ReadFile(const std::string& name) const { return m_folder.ReadFile(name); }
+    const TempFolder& Folder() const { return m_folder; }
 
-    std::filesystem::path Path(const std::string& name) const { return m_root / name; }
-    CXString Text(const std::string& name) const;
+    CXString Text(const std::string& name) const { return m_folder.Path(name); }
+    std::filesystem::path Path(const std::string& name) const { return Text(name).GetData(); }
     CXURI FileURI(const std::string& name) const;
 
     /// Runs control.txt with data.bin (or another data address) on the target.
     RunResult Run();
 
     // What a scenario may change before Run.
-    std::function<Answer(const TaskStatus&)> onPrompt;           ///< default: no
-    std::function<void(VelPatchTask_ApplyFilePatches&)> atReady; ///< default: Go
+    std::function<Answer(const TaskStatus&)> onPrompt = [](const TaskStatus&) {
+        return Answer::No;
+    };
+    std::function<void(VelPatchTask_ApplyFilePatches&)> atReady =
+        [](VelPatchTask_ApplyFilePatches& task) { task.Go(); };
     PatchDiscPrompt discPrompt;
     CXURI dataURI;
     CXURI controlURI;
     std::string targetName = "game";
 
 private:
-    std::filesystem::path m_root;
+    TempFolder m_folder;
 };

@@ -121,21 +121,17 @@ private:
 };
 
 TEST(ApplyFileDiff, PassesOverWhatItDoesNotUnderstand) {
-    struct Case {
-        std::string diff;
-        std::string result;
-    };
-    const Case cases[] = {
+    const std::pair<std::string, std::string> cases[] = {
         {"", ""},
         {Copy(2) + "\x09\x08" + Replace(1, "Z") + Copy(1), "abZd"},
         {Copy(9) + Replace(0, "!"), "abcd!"},
         {Copy(1) + std::string(1, '\0') + "\xFF\xFF", "a"},
     };
-    for (const Case& test : cases) {
+    for (const auto& [diff, result] : cases) {
         std::string kept;
         {
-            VelPatchTask_ApplyFileDiff task(BufferOf("abcd"), BufferOf(test.diff),
-                                            std::make_unique<KeptStream>(kept), test.diff.size());
+            VelPatchTask_ApplyFileDiff task(BufferOf("abcd"), BufferOf(diff),
+                                            std::make_unique<KeptStream>(kept), diff.size());
             EXPECT_TRUE(task.Begin("ignored"));
             TaskStatus status;
             task.GetStatus(status);
@@ -149,7 +145,7 @@ TEST(ApplyFileDiff, PassesOverWhatItDoesNotUnderstand) {
             EXPECT_EQ(status.fraction, 1.0F);
             EXPECT_TRUE(status.statusText.IsEmpty());
         }
-        EXPECT_EQ(kept, test.result);
+        EXPECT_EQ(kept, result);
     }
 }
 

@@ -36,16 +36,11 @@ std::vector<TestOperation> Operations() {
         EditOp("a.txt", "a.txt", kOldText, kNewText),
         EditOp("bin/big.dat", "copy/big2.dat", kOldBig, kNewBig),
         MoveOp("dir/c.txt", "dir/moved.txt", "content c"),
-        CreateFileOp("replace.me", "whole new contents").With([](TestOperation& o) {
-            o.source = o.destination;
-            o.sourceChecksum = MD5Of("replaced");
-            o.flags = 2;
-        }),
-        CreateFolderOp("made/here").With([](TestOperation& o) { o.permissions = "posix:0755"; }),
-        MoveOp("missing", "never.txt", "").With([](TestOperation& o) {
-            o.sourceChecksum = "";
-            o.flags = 1;
-        }),
+        ReplaceFileOp("replace.me", "whole new contents", 2, MD5Of("replaced")),
+        CreateFolderOp("made/here").With(&TestOperation::permissions, "posix:0755"),
+        MoveOp("missing", "never.txt", "")
+            .With(&TestOperation::sourceChecksum, "")
+            .With(&TestOperation::flags, 1),
         DeleteFileOp("dir/c.txt"),
         DeleteFileOp("late/e.txt"),
         DeleteFolderOp("gone"),
@@ -72,29 +67,14 @@ struct FaultRun {
     std::vector<FileAccess> outside;
     Tree tree;
 
-    bool Succeeded(uint32_t op, const std::string& path) const {
+    bool Succeeded(uint32_t op, const std::string& end) const {
         return std::any_of(calls.begin(), calls.end(), [&](const FileAccess& call) {
-            return call.op == op && !call.failed &&
-                   std::string(call.path.GetData()).ends_with(path);
+            return call.op == op && !call.failed && std::string(call.path.GetData()).ends_with(end);
         });
-    }
-    bool HasRemovedBackup() const {
-        return std::any_of(calls.begin(), calls.end(), [](const FileAccess& call) {
-            return call.op == FileOp::RemoveFile && !call.failed && IsIn(call.path, "patcher-temp");
-        });
-    }
-    const FileAccess* Failed() const {
-        for (const FileAccess& call : calls) {
-            if (call.failed) {
-                return &call;
-            }
-        }
-        return nullptr;
     }
     size_t CountCommands() const {
         size_t count = 0;
-        for (size_t at = result.log.find("cmd:"); at != std::string::npos;
-             at = result.log.find("cmd:", at + 1)) {
+        for (size_t at = 0; (at = result.log.find("cmd:", at)) != std::string::npos; ++at) {
             ++count;
         }
         return count;
@@ -125,14 +105,10 @@ FaultRun RunWith(const std::function<void(FaultFileDriver&)>& arm, Answer answer
     return run;
 }
 
-void Erase(Tree& tree, const std::string& path) {
-    tree.erase(path);
-}
-
 /// A failed operation in the install pass: `reached` operations were begun, the last one failed.
 Tree AfterFailedOperation(const FaultRun& run, size_t reached) {
     Tree tree = WithFolders(kBefore);
-    Erase(tree, "gone/d.txt"); // a deletion that was reached takes its victim
+    tree.erase("gone/d.txt"); // a deletion that was reached takes its victim
     const size_t failing = reached - 1;
     if (failing > 3 || (run.Succeeded(FileOp::MakeDirectory, "game/copy") &&
                         run.Succeeded(FileOp::OpenWrite, "copy/big2.dat"))) {
@@ -167,32 +143,24 @@ Tree AfterFailedFinalising(size_t renames) {
         // goes in any case, but the folder can't: its file goes after it.
         const bool isLost = change.isReplaced ? renames >= wanted : true;
         if (isLost && change.path != std::string("gone/")) {
-            Erase(tree, change.path);
+            tree.erase(change.path);
         }
         renames -= std::min(renames, wanted);
     }
     return tree;
 }
 
-/// Replaces what may hold any part of its contents by "?".
-Tree Masked(Tree tree, const Tree& expected) {
-    for (auto& [path, contents] : tree) {
-        const auto wanted = expected.find(path);
-        if (wanted != expected.end() && wanted->second == "?") {
-            contents = "?";
-        }
-    }
-    return tree;
-}
-
-/// The paths in which two trees differ, for messages; empty when they are equal.
+/// The paths in which two trees differ, for messages; empty when they are equal. Where "?" is
+/// expected, a file may hold any part of its contents.
 std::string Difference(const Tree& found, const Tree& expected) {
     std::string out;
     for (const auto& [path, contents] : found) {
         const auto wanted = expected.find(path);
-        out += wanted == expected.end()     ? "too much: " + path + "\n"
-               : wanted->second != contents ? "other contents: " + path + "\n"
-                                            : "";
+        if (wanted == expected.end()) {
+            out += "too much: " + path + "\n";
+        } else if (wanted->second != contents && wanted->second != "?") {
+            out += "other contents: " + path + "\n";
+        }
     }
     for (const auto& [path, contents] : expected) {
         out += found.count(path) == 0 ? "missing: " + path + "\n" : "";
@@ -234,6 +202,15 @@ void ExpectFinished(const FaultRun& run, const FileAccess& fault) {
     if (run.tree.count("gone/") != 0 && fault.op == FileOp::GetAttributes) {
         expected["gone/"] = "";
     }
+    if (CXFileSystem::HasWindowsPaths() && fault.op == FileOp::MakeDirectory &&
+        IsIn(fault.path, "game/made")) {
+        // A folder that couldn't be made is noticed by its permissions alone, and this patch's are
+        // another system's here: they are passed over, and the folder stays away.
+        expected.erase("made/here/");
+        if (run.tree.count("made/") == 0) {
+            expected.erase("made/");
+        }
+    }
     EXPECT_EQ(Difference(WithoutTemporaries(run.tree), expected), "");
     size_t left = 0;
     for (const auto& [path, contents] : run.tree) {
@@ -268,13 +245,12 @@ void ExpectRolledBack(const FaultRun& run) {
         ASSERT_TRUE(run.result.LogHas("(patch failed)")) << log;
         expected = AfterFailedOperation(run, reached);
     }
-    EXPECT_EQ(Difference(Masked(run.tree, expected), expected), "") << log;
+    EXPECT_EQ(Difference(run.tree, expected), "") << log;
 }
 
 TEST(Faults, EveryCallFailsOnce) {
     const FaultRun whole = RunWith([](FaultFileDriver&) {}, Answer::No);
-    ASSERT_EQ(whole.result.status.state, static_cast<uint32_t>(kTaskStateFinished))
-        << whole.result.log;
+    ASSERT_TRUE(whole.result.Finished()) << whole.result.log;
     ASSERT_EQ(whole.tree, WithFolders(kAfter));
     ASSERT_TRUE(whole.outside.empty()) << FaultFileDriver::Describe(whole.outside);
     ASSERT_GT(whole.calls.size(), 100U);
@@ -295,19 +271,20 @@ TEST(Faults, EveryCallFailsOnce) {
             const FaultRun run = RunWith(arm, Answer::No);
             ASSERT_TRUE(run.result.ended);
             EXPECT_TRUE(run.outside.empty()) << FaultFileDriver::Describe(run.outside);
-            const FileAccess* failed = run.Failed();
-            if (failed == nullptr) {
+            const auto failed = std::find_if(run.calls.begin(), run.calls.end(),
+                                             [](const FileAccess& each) { return each.failed; });
+            if (failed == run.calls.end()) {
                 continue; // a shorter run, for instance after a random name
             }
             if (run.result.status.state == kTaskStateFinished) {
                 ExpectFinished(run, *failed);
             } else {
-                ASSERT_EQ(run.result.status.state, static_cast<uint32_t>(kTaskStateFailed));
+                ASSERT_TRUE(run.result.Failed());
                 ExpectRolledBack(run);
             }
             if (!run.result.prompts.empty() && fault != FileFault::Device) {
                 const FaultRun retried = RunWith(arm, Answer::Retry);
-                EXPECT_EQ(retried.result.status.state, static_cast<uint32_t>(kTaskStateFinished));
+                EXPECT_TRUE(retried.result.Finished());
                 EXPECT_EQ(Difference(retried.tree, WithFolders(kAfter)), "") << retried.result.log;
             }
             if (HasFailure()) {
@@ -343,7 +320,7 @@ TEST(Faults, PowerCutAtEveryChangeKeepsOldOrNew) {
             for (const auto& [other, bytes] : run.tree) {
                 isKept = isKept || (other.rfind("patcher-temp/", 0) == 0 && bytes == contents);
             }
-            EXPECT_TRUE(isKept || run.HasRemovedBackup()) << path;
+            EXPECT_TRUE(isKept || run.Succeeded(FileOp::RemoveFile, ".tmp")) << path;
         }
         if (HasFailure()) {
             return;
@@ -352,18 +329,17 @@ TEST(Faults, PowerCutAtEveryChangeKeepsOldOrNew) {
 }
 
 TEST(Faults, LostWritesShowWithoutAChecksum) {
-    const auto unchecked = [](TestOperation& operation) { operation.recordChecksum = ""; };
     for (const TestOperation& operation :
          {CreateFileOp("f.bin", kFresh), EditOp("a.txt", "f.bin", kOldText, kNewText),
           MoveOp("a.txt", "f.bin", kOldText)}) {
         SCOPED_TRACE(operation.command);
         PatchWorld world;
         world.WriteTarget({{"a.txt", kOldText}});
-        world.WritePatch({operation.With(unchecked)});
+        world.WritePatch({operation.With(&TestOperation::recordChecksum, "")});
         FaultFileDriver driver;
         driver.Fail(FileFault::Full, 1, 1, FileOp::Write, "f.bin");
         const ScopedFileDriver use(driver);
-        EXPECT_EQ(world.Run().status.state, static_cast<uint32_t>(kTaskStateFailed));
+        EXPECT_TRUE(world.Run().Failed());
     }
 }
 
@@ -378,55 +354,42 @@ TEST(Faults, AStatedDataFileIsNeverLookedForOnDiscs) {
     FaultFileDriver driver;
     driver.Fail(FileFault::Device, 2, 9, FileOp::GetAttributes, "data.bin");
     const ScopedFileDriver use(driver);
-    EXPECT_EQ(world.Run().status.state, static_cast<uint32_t>(kTaskStateFinished));
+    EXPECT_TRUE(world.Run().Finished());
 }
 
 TEST(Faults, LinksThatLeadOutOfTheTarget) {
-    struct Case {
-        const char* name;
+    const bool followsText = CXFileSystem::HasWindowsPaths();
+    const struct {
         const char* link;
         const char* to;
         TestOperation operation;
-        uint32_t state;
+        bool isAllowed = false;
+    } cases[] = {
+        {"out", "../outside", CreateFileOp("out/x", "x")},
+        {"x", "../outside/new", CreateFileOp("x", "x")}, // a dangling link
+        {"out", "../outside", EditOp("out/f", "out/f", "outside f", "changed")},
+        {"f", "../outside/f", EditOp("f", "f", "outside f", "changed")},
+        {"out", "../outside", MoveOp("out/f", "here", "outside f")},
+        {"out", "../outside", DeleteFileOp("out/f")},
+        {"out", "../outside", DeleteFileOp("out")},
+        {"out", "../outside", CreateFolderOp("out/n")},
+        {"patcher-temp", "../outside", EditOp("in.txt", "in.txt", "inside", "changed")},
+        {"out", "../outside", CreateFileOp("out/../x", "x"), followsText},
+        {"alias", "sub", CreateFileOp("alias/x", "x"), true},
     };
-    const auto failed = static_cast<uint32_t>(kTaskStateFailed);
-    const auto finished = static_cast<uint32_t>(kTaskStateFinished);
-    const Case cases[] = {
-        {"create through a folder", "out", "../outside", CreateFileOp("out/x", "x"), failed},
-        {"create at a dangling link", "x", "../outside/new", CreateFileOp("x", "x"), failed},
-        {"edit through a folder", "out", "../outside",
-         EditOp("out/f", "out/f", "outside f", "changed"), failed},
-        {"edit of a linked file", "f", "../outside/f", EditOp("f", "f", "outside f", "changed"),
-         failed},
-        {"move from outside", "out", "../outside", MoveOp("out/f", "here", "outside f"), failed},
-        {"delete through a folder", "out", "../outside", DeleteFileOp("out/f"), failed},
-        {"make a folder there", "out", "../outside", CreateFolderOp("out/n"), failed},
-        {"the temporary folder", "patcher-temp", "../outside",
-         EditOp("in.txt", "in.txt", "inside", "changed"), failed},
-        {"up again from a folder outside", "out", "../outside", CreateFileOp("out/../x", "x"),
-         CXFileSystem::HasWindowsPaths() ? finished : failed},
-        {"delete the link itself", "out", "../outside", DeleteFileOp("out"), failed},
-        {"a link that stays inside", "alias", "sub", CreateFileOp("alias/x", "x"), finished},
-    };
-    for (const Case& test : cases) {
-        SCOPED_TRACE(test.name);
+    for (const auto& test : cases) {
+        SCOPED_TRACE(test.operation.command + " " + test.operation.destination);
         PatchWorld world;
         world.WriteTarget({{"in.txt", "inside"}, {"sub/y", "y"}});
         world.WriteFile("outside/f", "outside f");
-        std::error_code error;
-        std::filesystem::create_symlink(test.to, world.Path("game") / test.link, error);
-        if (error) {
+        if (!world.Folder().MakeLink(std::string("game/") + test.link, test.to)) {
             GTEST_SKIP() << "this system makes no links";
         }
         world.WritePatch({test.operation});
         const RunResult result = world.Run();
-        EXPECT_EQ(result.status.state, test.state) << result.log;
+        EXPECT_TRUE(test.isAllowed ? result.Finished() : result.Failed()) << result.log;
         EXPECT_EQ(world.ReadFile("outside/f"), "outside f");
-        size_t count = 0;
-        for (const auto& entry : std::filesystem::directory_iterator(world.Path("outside"))) {
-            count += entry.path().filename() == "f" ? 1 : 100;
-        }
-        EXPECT_EQ(count, 1U);
+        EXPECT_EQ(world.Folder().Tree("outside").size(), 1U);
         EXPECT_EQ(world.ReadFile("game/in.txt"), "inside");
     }
 }

@@ -86,9 +86,7 @@ TEST(ReadWriteLock, ExclusiveMeansAlone) {
         }));
         threads.back()->Start();
     }
-    for (const auto& thread : threads) {
-        thread->Join();
-    }
+    threads.clear(); // waits for each
     EXPECT_EQ(value, 6 * 100);
     EXPECT_EQ(torn, 0);
 }
@@ -117,9 +115,7 @@ TEST(ObjectLock, OneAddressIsOneLockAndNothingStaysBehind) {
         }));
         threads.back()->Start();
     }
-    for (const auto& thread : threads) {
-        thread->Join();
-    }
+    threads.clear(); // waits for each
     EXPECT_EQ(objects[0] + objects[1] + objects[2], 2000);
     EXPECT_EQ(CXObjectLockGuard::CountLockedAddresses(), 0u);
     const CXObjectLockGuard a(&objects[0], CXLockMode::Share);

@@ -120,9 +120,7 @@ TEST(Messages, WeakPointersOfManyThreads) {
         }));
         threads.back()->Start();
     }
-    for (const auto& thread : threads) {
-        thread->Join();
-    }
+    threads.clear(); // waits for each
 }
 
 TEST(Messages, BroadcastsReachTheListenersThatAreStillThere) {

@@ -1,8 +1,8 @@
 // The timer thread.
-#include "core/CXLog.h"
 #include "runtime/CXGenericEventTimer.h"
 #include "runtime/CXTimerManager.h"
 #include "tests/runtime/runtime_test_util.h"
+#include "tests/support/LogCapture.h"
 
 #include <memory>
 #include <thread>
@@ -122,13 +122,11 @@ TEST(Timers, SelfDeletingTimersGoWithTheirLastShot) {
     EXPECT_TRUE(WaitUntil([&] { return journal.Get() == "d1 d2 ~d"; })) << journal.Get();
 }
 
-Journal g_log;
-
 TEST(Timers, ManagerNamesTheTimersThatItLeavesBehind) {
     Journal journal;
     TestTimer timer(journal, "left");
     CXGenericEventTimer event;
-    const CXLogSink earlier = CXSetLogSink([](const char* line) { g_log.Add(std::string(line)); });
+    const LogCapture log;
     {
         CXTimerManager manager;
         manager.AddShotAfter(timer, 3600000, g_one);
@@ -136,12 +134,7 @@ TEST(Timers, ManagerNamesTheTimersThatItLeavesBehind) {
         manager.AddShotAfter(event, 3600000);
         manager.Cancel(event);
     }
-    CXSetLogSink(earlier);
-    const std::string line = g_log.Take();
-    const std::string expected = "|~CXTimerManager> 'left' still attached";
-    ASSERT_GE(line.size(), expected.size());
-    EXPECT_EQ(line.substr(line.size() - expected.size()), expected);
-    EXPECT_EQ(line.find("still attached"), line.rfind("still attached"));
+    EXPECT_EQ(log.Get(), std::vector<std::string>{"~CXTimerManager> 'left' still attached"});
 }
 
 TEST(Timers, ATimerMayGoTheMomentItHasFired) {

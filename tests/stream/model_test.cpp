@@ -36,16 +36,8 @@ public:
 private:
     uint64_t Below(uint64_t limit) { return m_random() % limit; }
     uint64_t Amount() {
-        switch (Below(4)) {
-        case 0:
-            return Below(12);
-        case 1:
-            return Below(300);
-        case 2:
-            return Below(3000);
-        default:
-            return Below(9000);
-        }
+        const uint64_t limits[] = {12, 300, 3000, 9000};
+        return Below(limits[Below(4)]);
     }
     uint64_t Left() const { return m_size > m_position ? m_size - m_position : 0; }
 
@@ -109,9 +101,7 @@ private:
         ASSERT_EQ(m_stream->Write(fresh.data(), count), expected) << "writing " << count;
         if (expected != 0) {
             const uint64_t end = m_position + expected;
-            if (m_bytes.size() < end) {
-                m_bytes.resize(static_cast<size_t>(end));
-            }
+            m_bytes.resize(std::max(m_bytes.size(), static_cast<size_t>(end)));
             std::copy_n(fresh.begin(), expected,
                         m_bytes.begin() + static_cast<int64_t>(m_position));
             m_size = std::max(m_size, end);
@@ -162,10 +152,7 @@ private:
     void SetSize(uint64_t size) {
         m_stream->SetSize(size);
         ASSERT_EQ(m_stream->GetLastError(), kCXResultOK);
-        if (!m_kind.keepsCutBytes && size < m_size) {
-            m_bytes.resize(static_cast<size_t>(size));
-        }
-        if (m_bytes.size() < size) {
+        if (size > m_bytes.size() || (size < m_size && !m_kind.keepsCutBytes)) {
             m_bytes.resize(static_cast<size_t>(size));
         }
         m_size = size;

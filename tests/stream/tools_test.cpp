@@ -60,12 +60,11 @@ TEST(StreamTools, StreamStringsRoundTrip) {
 }
 
 TEST(StreamTools, BadStreamStrings) {
-    struct Case {
+    const struct {
         std::string bytes;
         CXResult whenKnown;   ///< on a stream of known size
         CXResult whenUnknown; ///< on an inflating stream
-    };
-    const Case cases[] = {
+    } cases[] = {
         {std::string("\xff\xff\xff\xff\xff", 5) + "abc", kCXResultNoResources,
          kCXResultNoResources},
         {std::string("\x04") + "abc", kCXResultBadData, kCXResultEndOfStream},
@@ -73,7 +72,7 @@ TEST(StreamTools, BadStreamStrings) {
         {std::string("\xff\x00\x00", 3), kCXResultEndOfStream, kCXResultEndOfStream},
         {"", kCXResultEndOfStream, kCXResultEndOfStream},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(testing::PrintToString(c.bytes));
         CXStreamStaticBuffer known(c.bytes.data(), c.bytes.size());
         CXString text("old");

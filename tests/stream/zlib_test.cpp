@@ -33,14 +33,11 @@ Bytes InflateAll(const Bytes& deflated, size_t piece, CXResult& result) {
     StreamProcessorZLibDecompress inflater;
     CXStreamProcessorWrapper stream(inflater, &source, nullptr);
     Bytes out;
-    Bytes part(piece);
-    for (;;) {
-        const uint64_t got = stream.Read(part.data(), piece);
-        out.insert(out.end(), part.begin(), part.begin() + static_cast<int64_t>(got));
+    for (size_t got = piece; got == piece;) {
+        out.resize(out.size() + piece);
+        got = static_cast<size_t>(stream.Read(&out[out.size() - piece], piece));
+        out.resize(out.size() - piece + got);
         EXPECT_EQ(stream.GetPosition(), out.size());
-        if (got < piece) {
-            break;
-        }
     }
     result = stream.GetLastError();
     EXPECT_EQ(stream.IsAtEnd(), result == kCXResultEndOfStream);

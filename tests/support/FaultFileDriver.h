@@ -4,11 +4,11 @@
 
 #include "core/CXFileDriver.h"
 
-#include <functional>
 #include <map>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 /// Kinds of calls, as bits of a mask. An opening that may write or create is OpenWrite, any other
@@ -48,20 +48,15 @@ enum : uint32_t {
 };
 } // namespace FileOp
 
-/// Name of one FileOp bit, for messages.
-const char* FileOpName(uint32_t op);
-
 /// How a call fails. A short write transfers half of its bytes and reports success; a call that
 /// isn't a write then fails like a full disk.
-enum class FileFault : uint8_t { Busy, Denied, Full, NotFound, Exists, ShortWrite, Device };
+enum class FileFault : uint8_t { Busy, Denied, Full, NotFound, ShortWrite, Device };
 
 /// One call, as it was asked for.
 struct FileAccess {
     uint32_t op = 0;
-    CXString path;     ///< also for calls on an open file
-    CXString newPath;  ///< of a rename and a shortcut's target
-    CXString realPath; ///< with links above it resolved, if SetResolving is on
-    CXString realNewPath;
+    CXString path;       ///< also for calls on an open file
+    CXString newPath;    ///< of a rename and a shortcut's target
     bool failed = false; ///< made to fail by this driver
 };
 
@@ -88,46 +83,78 @@ public:
     uint64_t CountFaults() const;
     std::vector<FileAccess> GetLog() const;
     void ClearLog();
-    /// Calls of these kinds with a path (or real path) that lies in none of the folders.
+    /// Calls of these kinds with a path that lies in none of the folders.
     std::vector<FileAccess> FindOutside(const std::vector<CXString>& folders,
                                         uint32_t operations = FileOp::Touching) const;
     /// Text of a list of calls, a line each, for messages.
     static std::string Describe(const std::vector<FileAccess>& accesses);
 
-    /// Whether log entries get their real paths (two more calls to the wrapped driver each).
-    void SetResolving(bool resolving);
-    /// Called before each call, outside the lock; may call anything but this driver.
-    void SetHook(std::function<void(const FileAccess&)> hook);
     /// Replaces the list of volumes; nothing restores the system's.
     void SetVolumes(std::optional<std::vector<CXVolume>> volumes);
 
     CXNativeError Open(const CXString& path, const CXFileOpen& how, CXFileHandle& out) override;
     CXNativeError Close(CXFileHandle file) override;
-    CXNativeError Read(CXFileHandle file, void* data, uint64_t count, uint64_t& done) override;
     CXNativeError Write(CXFileHandle file, const void* data, uint64_t count,
                         uint64_t& done) override;
-    CXNativeError Seek(CXFileHandle file, uint64_t position) override;
-    CXNativeError Tell(CXFileHandle file, uint64_t& position) override;
-    CXNativeError GetSize(CXFileHandle file, uint64_t& size) override;
-    CXNativeError SetEnd(CXFileHandle file) override;
-    CXNativeError Flush(CXFileHandle file) override;
-    CXNativeError GetAttributes(const CXString& path, bool followLinks,
-                                CXFileAttributes& out) override;
-    CXNativeError Rename(const CXString& newPath, const CXString& existingPath) override;
-    CXNativeError MakeDirectory(const CXString& path) override;
-    CXNativeError RemoveFile(const CXString& path) override;
-    CXNativeError RemoveDirectory(const CXString& path) override;
-    CXNativeError List(const CXString& path, std::vector<CXFileEntry>& out) override;
     CXNativeError ListVolumes(std::vector<CXVolume>& out) override;
-    CXNativeError ResolvePath(const CXString& path, CXString& out) override;
-    CXNativeError GetPermissions(const CXString& path, CXString& out) override;
-    CXNativeError SetPermissions(const CXString& path, const CXString& text) override;
-    CXNativeError SetMode(const CXString& path, uint32_t mode) override;
-    CXNativeError RemoveAtReboot(const CXString& path) override;
-    CXNativeError MakeLink(const CXString& path, const CXString& target,
-                           const CXString& workingFolder, const CXString& name) override;
+    CXNativeError Read(CXFileHandle file, void* data, uint64_t count, uint64_t& done) override {
+        return Pass(FileOp::Read, &Base::Read, file, data, count, done);
+    }
+    CXNativeError Seek(CXFileHandle file, uint64_t position) override {
+        return Pass(FileOp::Seek, &Base::Seek, file, position);
+    }
+    CXNativeError Tell(CXFileHandle file, uint64_t& position) override {
+        return Pass(FileOp::Tell, &Base::Tell, file, position);
+    }
+    CXNativeError GetSize(CXFileHandle file, uint64_t& size) override {
+        return Pass(FileOp::GetSize, &Base::GetSize, file, size);
+    }
+    CXNativeError SetEnd(CXFileHandle file) override {
+        return Pass(FileOp::SetEnd, &Base::SetEnd, file);
+    }
+    CXNativeError Flush(CXFileHandle file) override {
+        return Pass(FileOp::Flush, &Base::Flush, file);
+    }
+    CXNativeError GetAttributes(const CXString& path, bool follow, CXFileAttributes& out) override {
+        return Pass(FileOp::GetAttributes, &Base::GetAttributes, path, follow, out);
+    }
+    CXNativeError Rename(const CXString& newPath, const CXString& existingPath) override {
+        return Enter(FileOp::Rename, existingPath, newPath, &Base::Rename, newPath, existingPath);
+    }
+    CXNativeError MakeDirectory(const CXString& path) override {
+        return Pass(FileOp::MakeDirectory, &Base::MakeDirectory, path);
+    }
+    CXNativeError RemoveFile(const CXString& path) override {
+        return Pass(FileOp::RemoveFile, &Base::RemoveFile, path);
+    }
+    CXNativeError RemoveDirectory(const CXString& path) override {
+        return Pass(FileOp::RemoveDirectory, &Base::RemoveDirectory, path);
+    }
+    CXNativeError List(const CXString& path, std::vector<CXFileEntry>& out) override {
+        return Pass(FileOp::List, &Base::List, path, out);
+    }
+    CXNativeError ResolvePath(const CXString& path, CXString& out) override {
+        return Pass(FileOp::ResolvePath, &Base::ResolvePath, path, out);
+    }
+    CXNativeError GetPermissions(const CXString& path, CXString& out) override {
+        return Pass(FileOp::GetPermissions, &Base::GetPermissions, path, out);
+    }
+    CXNativeError SetPermissions(const CXString& path, const CXString& text) override {
+        return Pass(FileOp::SetPermissions, &Base::SetPermissions, path, text);
+    }
+    CXNativeError SetMode(const CXString& path, uint32_t mode) override {
+        return Pass(FileOp::SetMode, &Base::SetMode, path, mode);
+    }
+    CXNativeError RemoveAtReboot(const CXString& path) override {
+        return Pass(FileOp::RemoveAtReboot, &Base::RemoveAtReboot, path);
+    }
+    CXNativeError MakeLink(const CXString& path, const CXString& target, const CXString& folder,
+                           const CXString& name) override {
+        return Enter(FileOp::MakeLink, path, target, &Base::MakeLink, path, target, folder, name);
+    }
 
 private:
+    using Base = CXFileDriver;
     struct Plan {
         FileFault fault;
         uint64_t first;
@@ -138,27 +165,42 @@ private:
     };
 
     /// Logs the call and finds the fault that it is to meet.
-    std::optional<FileFault> Enter(uint32_t op, const CXString& path,
-                                   const CXString& newPath = CXString());
-    /// The error of a call that is to fail, or that of `call`.
-    template <typename Call>
-    CXNativeError Pass(uint32_t op, const CXString& path, const CXString& newPath, Call call);
+    std::optional<FileFault> Meet(uint32_t op, const CXString& path,
+                                  const CXString& newPath = CXString());
+    static CXNativeError ErrorFor(FileFault fault);
+    /// Logs the call, then makes it or lets it fail, with every output reset.
+    template <typename Call, typename... Args>
+    CXNativeError Enter(uint32_t op, const CXString& path, const CXString& newPath, Call call,
+                        Args&... args) {
+        if (const std::optional<FileFault> fault = Meet(op, path, newPath)) {
+            (Reset(args), ...);
+            return ErrorFor(*fault);
+        }
+        return (m_inner.*call)(args...);
+    }
+    template <typename Call, typename First, typename... Args>
+    CXNativeError Pass(uint32_t op, Call call, First& first, Args&... args) {
+        return Enter(op, PathOf(first), CXString(), call, first, args...);
+    }
+    template <typename T> static void Reset(T& value) {
+        if constexpr (!std::is_const_v<T>) {
+            value = T();
+        }
+    }
     CXString PathOf(CXFileHandle file) const;
-    CXString RealPath(const CXString& path) const;
+    static const CXString& PathOf(const CXString& path) { return path; }
 
     CXFileDriver& m_inner;
     mutable std::mutex m_section;
     std::vector<Plan> m_plans;
     std::vector<FileAccess> m_log;
     std::map<CXFileHandle, CXString> m_open;
-    std::function<void(const FileAccess&)> m_hook;
     std::optional<std::vector<CXVolume>> m_volumes;
     uint64_t m_faults = 0;
     uint64_t m_cutAt = 0; ///< 0: never
     uint64_t m_cutSeen = 0;
     uint32_t m_cutOperations = 0;
     bool m_powerCut = false;
-    bool m_resolving = false;
 };
 
 /// Puts a driver in use for the length of a scope.

@@ -3,6 +3,7 @@
 
 #include "core/CXLog.h"
 
+#include <algorithm>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -20,6 +21,13 @@ public:
     std::vector<std::string> Get() const {
         const std::lock_guard<std::mutex> guard(Lock());
         return Lines();
+    }
+    /// Whether a line holds the text.
+    bool Has(const std::string& text) const {
+        const std::vector<std::string> lines = Get();
+        return std::any_of(lines.begin(), lines.end(), [&](const std::string& line) {
+            return line.find(text) != std::string::npos;
+        });
     }
 
 private:
