@@ -6,6 +6,7 @@
 #include "core/CXTime.h"
 #include "kit/KitPlatform.h"
 #include "kit/VelPatchConsole.h"
+#include "kit/VelPatchFetch.h"
 #include "kit/VelPatchFileDiff.h"
 #include "kit/VelPatchMaker.h"
 #include "kit/VelPatchRunner.h"
@@ -30,6 +31,8 @@ Examples:
                                               what a player's run does
   velpatch-kit diff old.pak new.pak pak.diff  one file alone ...
   velpatch-kit patch old.pak pak.diff new.pak ... and back again
+  velpatch-kit fetch https://host/patch-data.bin patch-data.bin
+                                              try a server
 
 "make" leaves patch-control.txt and patch-data.bin in OUT. Results go to standard output, one
 "name<tab>value" a line; words go to standard error.
@@ -44,6 +47,8 @@ struct KitOptions {
     std::vector<std::string> folders; ///< of make: OLD NEW OUT, or NEW OUT
     std::string oldFile, newFile, diffFile;
     std::string control, target, data;
+    std::string address, file, trustFile, proxy;
+    bool resume = false;
     std::string answer = "no";
 };
 
@@ -281,6 +286,18 @@ int RunApply(const KitOptions& options, VelPatchConsole& console) {
     return outcome == VelPatchOutcome::Stopped ? kKitStopped : kKitFailed;
 }
 
+int RunFetch(const KitOptions& options, VelPatchConsole& console) {
+    VelPatchFetchOptions fetching;
+    fetching.address = CXString(options.address.data(), options.address.size());
+    fetching.path = TypedPath(options.file);
+    fetching.resume = options.resume;
+    if (!options.trustFile.empty()) {
+        fetching.trustFile = TypedPath(options.trustFile);
+    }
+    fetching.proxy = CXString(options.proxy.data(), options.proxy.size());
+    return FetchFile(fetching, console);
+}
+
 void DefineMake(CLI::App& app, KitOptions& options) {
     CLI::App* make = app.add_subcommand("make", "Make the patch that turns folder OLD into NEW");
     make->add_flag("--full", options.full, "Make an installation of NEW; there is no OLD");
@@ -315,6 +332,16 @@ void DefineApply(CLI::App& app, KitOptions& options) {
         ->capture_default_str();
 }
 
+void DefineFetch(CLI::App& app, KitOptions& options) {
+    CLI::App* fetch = app.add_subcommand("fetch", "Fetch a file as a player's run does");
+    fetch->add_option("URI", options.address, "An http or https address")->required();
+    fetch->add_option("FILE", options.file, "The file to write")->required();
+    fetch->add_flag("--resume", options.resume, "Ask for what an existing file lacks");
+    fetch->add_option("--ca", options.trustFile,
+                      "PEM file of trusted roots (default: data/openssl.crt beside the program)");
+    fetch->add_option("--proxy", options.proxy, "HOST:PORT of an HTTP proxy");
+}
+
 /// Reads the command line. The answer counts if `isRead` stays false: the exit code of a run that
 /// ends here, after help or a usage error has been printed.
 int ParseArguments(CLI::App& app, int argc, const char* const* argv, bool& isRead) {
@@ -337,6 +364,7 @@ int RunKit(const std::vector<std::string>& arguments) {
     DefineMake(app, options);
     DefineFiles(app, options);
     DefineApply(app, options);
+    DefineFetch(app, options);
 
     std::vector<const char*> pointers;
     pointers.reserve(arguments.size());
@@ -364,6 +392,9 @@ int RunKit(const std::vector<std::string>& arguments) {
     }
     if (app.got_subcommand("patch")) {
         return RunPatchFile(options, console);
+    }
+    if (app.got_subcommand("fetch")) {
+        return RunFetch(options, console);
     }
     return RunApply(options, console);
 }

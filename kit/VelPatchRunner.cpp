@@ -2,14 +2,13 @@
 
 #include "app/config/VelPatchConfiguration.h"
 #include "core/CXFileSystem.h"
-#include "core/CXTime.h"
 #include "net/CXURI.h"
 #include "patch/VelPatchTask_ApplyFilePatches.h"
 
 namespace {
 
-// Short against the task's own steps, long against the cost of a look.
-constexpr uint32_t kPollMilliseconds = 2;
+// Short for a person who looks on, long against the cost of a look. The end is told at once.
+constexpr uint32_t kPollMilliseconds = 10;
 
 } // namespace
 
@@ -34,7 +33,11 @@ VelPatchOutcome RunPatch(const CXString& control, const CXString& data, const CX
             if (last.state == kTaskStatePrompt && !isStopping) {
                 task.AnswerPrompt(watcher.prompt && watcher.prompt(last));
             }
-            CXSleep(kPollMilliseconds);
+            CXConditionGuard guard(task.GetCondition().GetLock());
+            if (!task.IsRunning()) {
+                break;
+            }
+            task.GetCondition().WaitFor(guard, kPollMilliseconds);
         }
     }
     task.GetStatus(last);

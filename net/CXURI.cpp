@@ -4,6 +4,7 @@
 #include "core/CXLog.h"
 #include "core/CXStringEdit.h"
 #include "core/CXText.h"
+#include "net/CXAddressMask.h"
 
 namespace {
 
@@ -52,7 +53,7 @@ size_t CountDigits(absl::string_view text, size_t cursor) {
 CXURI::CXURI(absl::string_view text) {
     text = UpToNul(text);
     if (!Parse(text)) {
-        CXLogFormat("CXURI> bad URI format '%s'", CXString(text).GetData());
+        CXLogFormat("CXURI> bad URI format '%s'", MaskAddress(text).GetData());
         *this = CXURI();
     }
 }

@@ -21,8 +21,8 @@ public:
     CXString query; ///< without the "?"
 
     CXURI() = default;
-    /// Parses; a NUL byte ends the text. A malformed text is logged and gives an
-    /// empty value.
+    /// Parses; a NUL byte ends the text. A malformed text is logged, without its
+    /// credentials, and gives an empty value.
     explicit CXURI(absl::string_view text);
 
     /// True if every part is empty.

@@ -18,7 +18,7 @@ constexpr uint32_t kNewFileMode = kOpenRead | kOpenWrite | kOpenCreate;
 
 /// Buffers of the files that an operation reads and writes: fewer system calls for diffs of many
 /// small commands than the stream's default of 4 KiB.
-constexpr uint64_t kFileBuffer = 32768;
+constexpr uint64_t kFileBuffer = 65536;
 
 constexpr int kTemporaryNameTries = 16;
 constexpr uint32_t kTemporaryNameBound = 1000000000;
@@ -29,6 +29,7 @@ std::atomic<int32_t> g_temporaryNameCounter{0};
 void SetBuffers(CXStreamFile& file) {
     file.SetOption(kCXStreamOptionReadBuffer, kFileBuffer);
     file.SetOption(kCXStreamOptionWriteBuffer, kFileBuffer);
+    file.SetOption(kCXStreamOptionOverlap, 0); // nothing steps back by a little
 }
 
 struct PermissionTexts {

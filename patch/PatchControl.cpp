@@ -5,8 +5,10 @@
 #include "dn/DNValue.h"
 #include "dn/DNValueRef.h"
 #include "dn/TextConfig.h"
+#include "net/CXHTTPConnection.h"
 #include "net/CXURI.h"
 #include "patch/PatchPaths.h"
+#include "stream/CXStreamDynamicBuffer.h"
 #include "stream/CXStreamFile.h"
 
 namespace {
@@ -27,20 +29,31 @@ CXResult ReadTree(const CXString& path, DNValueRef& tree) {
     return file.GetLastError();
 }
 
+/// Fetches the whole text before any of it is read.
+CXResult FetchTree(const CXURI& uri, DNValueRef& tree) {
+    CXStreamDynamicBuffer body;
+    CXHTTPConnection connection;
+    const CXResult result = connection.Get(uri, &body);
+    if (result == kCXResultOK) {
+        body.Seek(0, kCXSeekStart);
+        tree = TextConfig::Read(body);
+    }
+    return result;
+}
+
 } // namespace
 
 CXResult LoadControlFile(const CXURI& uri, PatchControl& out,
                          const std::function<void(const CXString&)>& log) {
     DNValueRef tree;
+    CXResult result = kCXResultInvalidArgument;
     if (EqualsNoCase(uri.scheme, "file")) {
-        const CXResult result = ReadTree(uri.ToFilePath(), tree);
-        if (result != kCXResultOK) {
-            return result;
-        }
+        result = ReadTree(uri.ToFilePath(), tree);
     } else if (EqualsNoCase(uri.scheme, "http") || EqualsNoCase(uri.scheme, "https")) {
-        return kCXResultNotSupported;
-    } else {
-        return kCXResultInvalidArgument;
+        result = FetchTree(uri, tree);
+    }
+    if (result != kCXResultOK) {
+        return result;
     }
     if (tree->Get("velpatch-version")->GetInt64() >= kFirstUnknownVersion) {
         return kCXResultUnusable;

@@ -18,10 +18,10 @@ struct PatchControl {
     CXString dataChecksum; ///< MD5 of the data file as stored; empty: not tested
 };
 
-/// Reads the control file at a "file" address ("http" and "https" are not served yet:
-/// kCXResultNotSupported; other schemes kCXResultInvalidArgument). A file that can't be opened
-/// reads as an empty patch, one that fails while it is read gives that failure. A format version of
-/// 2 or more is kCXResultUnusable, an operation whose path leaves the target kCXResultBadData. On
-/// failure `out` is unchanged. `log` receives the diagnostic lines.
+/// Reads the control file at a "file", "http" or "https" address (other schemes are
+/// kCXResultInvalidArgument). A file that can't be opened reads as an empty patch, one that fails
+/// while it is read or fetched gives that failure. A format version of 2 or more is
+/// kCXResultUnusable, an operation whose path leaves the target kCXResultBadData. On failure `out`
+/// is unchanged. `log` receives the diagnostic lines.
 CXResult LoadControlFile(const CXURI& uri, PatchControl& out,
                          const std::function<void(const CXString&)>& log = nullptr);

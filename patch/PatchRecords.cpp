@@ -89,6 +89,7 @@ bool VelPatchTask_ApplyFilePatches::PerformBinaryDiff(CXStream& source, CXStream
     window->Open(data, data.GetPosition(), size);
     CXStreamConcat diff;
     diff.SetOption(kCXStreamOptionReadBuffer, kDiffReadBuffer);
+    diff.SetOption(kCXStreamOptionOverlap, 0);
     diff.Append(std::move(window));
     CXString message;
     CXResult applied = ApplyDiffFromStream(source, target, diff, message);

@@ -5,7 +5,7 @@
 #include "patch/EffortSum.h"
 #include "patch/VelPatchTask_ApplyFilePatches.h"
 #include "stream/CXStreamFile.h"
-#include "stream/CXStreamProcessorWrapper.h"
+#include "stream/CXStreamInflateAhead.h"
 #include "stream/CXStreamTools.h"
 #include "stream/StreamProcessorZLib.h"
 
@@ -13,9 +13,6 @@ namespace {
 
 /// Name of the data file beside the program, and of the one that is downloaded or assembled.
 constexpr const char* kDataFileName = "patch.bin";
-
-/// Read buffer of the data file: fewer system calls than the stream's default of 4 KiB.
-constexpr uint64_t kDataReadBuffer = 65536;
 
 float FractionOf(int64_t part, int64_t whole) {
     return static_cast<float>(part) / static_cast<float>(whole);
@@ -176,7 +173,6 @@ bool VelPatchTask_ApplyFilePatches::OpenDataFile() {
     }
 
     m_dataFile = std::make_unique<CXStreamFile>();
-    m_dataFile->SetOption(kCXStreamOptionReadBuffer, kDataReadBuffer);
     m_dataFile->Open(m_dataPath, kOpenRead);
     if (!m_dataFile->IsOpen()) {
         return Fail(
@@ -196,8 +192,7 @@ bool VelPatchTask_ApplyFilePatches::OpenDataFile() {
         m_dataFile->Seek(0, kCXSeekStart);
     }
     m_inflater = std::make_unique<StreamProcessorZLibDecompress>();
-    m_dataStream =
-        std::make_unique<CXStreamProcessorWrapper>(*m_inflater, m_dataFile.get(), nullptr);
+    m_dataStream = std::make_unique<CXStreamInflateAhead>(*m_inflater, *m_dataFile);
     SetState(kTaskStateMeasured);
     SetText(GetLocalisedString("$velpatch_task_installing"));
     return true;

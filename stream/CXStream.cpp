@@ -125,8 +125,8 @@ uint64_t CXStream::GetRemaining() {
     return size > position ? size - position : 0;
 }
 
-CXResult CXStream::Copy(CXStream& destination, CXStream& source, uint64_t count,
-                        const CXStreamCopyOptions* options) {
+CXResult CXStream::CopyPieces(CXStream& destination, CXStream& source, uint64_t count,
+                              const CXStreamCopyOptions* options) {
     const bool reports = options != nullptr && options->progress != nullptr;
     CXStreamProgressCallbackData data = {reports ? CXTime::GetCurrentTime() : 0, 0.0F, 0, 0, count};
     destination.SetOption(kCXStreamOptionReserve, count);

@@ -5,6 +5,7 @@
 // virtual operation run. One object is used by one thread at a time.
 #pragma once
 
+#include "core/CXRelaxed.h"
 #include "core/CXResult.h"
 #include "runtime/CXGenericEventSource.h"
 
@@ -23,6 +24,8 @@ inline constexpr uint32_t kCXStreamSizeIsRest = 0x040;  ///< size tells the byte
 inline constexpr uint32_t kCXStreamSeekWritten = 0x080; ///< seeks within the written window
 inline constexpr uint32_t kCXStreamIsOpen = 0x100;
 inline constexpr uint32_t kCXStreamEnd = 0x200; ///< a short read met the end; each seek clears it
+/// A read of a socket stream returns after the first data that came; see `SetFlagsUnderMask`.
+inline constexpr uint32_t kCXStreamPartialReads = 0x400;
 
 // Option codes of `SetOption`; the values are bytes.
 inline constexpr uint32_t kCXStreamOptionWriteBuffer = 0x46574253; ///< "FWBS"
@@ -44,9 +47,9 @@ inline constexpr uint32_t kCXFlushToDevice = 0x1;
 
 /// What a copy tells its progress function.
 struct CXStreamProgressCallbackData {
-    int64_t startTime; ///< ms since the Unix epoch
-    float fraction;    ///< 0 to 1
-    uint8_t reserved;  ///< 0
+    int64_t startTime;   ///< ms since the Unix epoch
+    float fraction;      ///< 0 to 1
+    uint8_t sizeUnknown; ///< 1 where the whole is not known and the fraction means nothing, else 0
     uint64_t bytesDone;
     uint64_t bytesTotal;
 };
@@ -97,8 +100,7 @@ public:
     /// Returns the bytes read. A short count at the end stores kCXResultEndOfStream and
     /// kCXStreamEnd.
     uint64_t Read(void* data, uint64_t count) {
-        if (m_windowBase != nullptr && m_cursor >= m_windowBase && m_readLimit >= m_cursor &&
-            count <= static_cast<uint64_t>(m_readLimit - m_cursor)) {
+        if (HoldsInWindow(count)) {
             if (count != 0) {
                 std::memcpy(data, m_cursor, static_cast<size_t>(count));
             }
@@ -111,8 +113,7 @@ public:
     /// Returns the bytes written.
     uint64_t Write(const void* data, uint64_t count) {
         uint64_t written;
-        if (m_windowBase != nullptr && m_cursor >= m_windowBase && m_writeLimit >= m_cursor &&
-            count <= static_cast<uint64_t>(m_writeLimit - m_cursor)) {
+        if (HasRoomInWindow(count)) {
             if (count < 9) {
                 const uint8_t* from = static_cast<const uint8_t*>(data);
                 for (uint64_t i = 0; i < count; ++i) {
@@ -135,7 +136,9 @@ public:
     /// Moves the position and clears kCXStreamEnd (but not the error). Within the window no virtual
     /// call is made. Returns the new position; an unknown whence does nothing more and returns 0.
     uint64_t Seek(int64_t offset, int whence) {
-        m_flags &= ~kCXStreamEnd;
+        if (IsAtEnd()) {
+            m_flags &= ~kCXStreamEnd;
+        }
         const uint64_t position = GetPosition();
         uint64_t target = static_cast<uint64_t>(offset);
         if (whence == kCXSeekRelative) {
@@ -215,19 +218,30 @@ public:
     /// 16,384 bytes, announcing the count to the destination first. Fails with the last error of
     /// the stream that fell short, or kCXResultFailed; bytes already written stay written.
     static CXResult Copy(CXStream& destination, CXStream& source, uint64_t count,
-                         const CXStreamCopyOptions* options = nullptr);
+                         const CXStreamCopyOptions* options = nullptr) {
+        if (options == nullptr && !destination.m_takesReserve && source.HoldsInWindow(count) &&
+            destination.HasRoomInWindow(count)) {
+            CopyWindow(destination, source, static_cast<size_t>(count));
+            return kCXResultOK;
+        }
+        return CopyPieces(destination, source, count, options);
+    }
 
     // ---- The window; derived classes keep it correct after every call ----
 
-    uint32_t m_flags =
+    // Streams that cross threads are closed by one thread while another asks for these two.
+    CXRelaxed<uint32_t> m_flags =
         kCXStreamReadable | kCXStreamSizeKnown | kCXStreamSeekable | kCXStreamSizeIsRest;
-    CXResult m_lastError = kCXResultOK;
+    CXRelaxed<CXResult> m_lastError = kCXResultOK;
     uint8_t* m_windowBase = nullptr; ///< null: no window
     uint8_t* m_cursor = nullptr;     ///< next byte to read or write
     uint8_t* m_writeLimit = nullptr; ///< end of the room for writes
     uint8_t* m_writtenEnd = nullptr; ///< high-water mark of bytes written into the window
     uint8_t* m_readLimit = nullptr;  ///< end of the bytes that may be read
     uint64_t m_windowOffset = 0;     ///< position in the stream of the window's start
+    /// False: `SetOption` does nothing with kCXStreamOptionReserve, so a copy that fits the windows
+    /// doesn't call it. Such a stream is never both windows of one copy.
+    bool m_takesReserve = true;
 
 protected:
     /// A short read met the end.
@@ -240,6 +254,26 @@ protected:
         m_windowBase = m_cursor = m_writeLimit = m_writtenEnd = m_readLimit = nullptr;
         m_windowOffset = position;
     }
+
+private:
+    bool HoldsInWindow(uint64_t count) const {
+        return m_windowBase != nullptr && m_cursor >= m_windowBase && m_readLimit >= m_cursor &&
+               count <= static_cast<uint64_t>(m_readLimit - m_cursor);
+    }
+    bool HasRoomInWindow(uint64_t count) const {
+        return m_windowBase != nullptr && m_cursor >= m_windowBase && m_writeLimit >= m_cursor &&
+               count <= static_cast<uint64_t>(m_writeLimit - m_cursor);
+    }
+    static void CopyWindow(CXStream& destination, CXStream& source, size_t count) {
+        std::memcpy(destination.m_cursor, source.m_cursor, count);
+        source.m_cursor += count;
+        destination.m_cursor += count;
+        if (destination.m_writtenEnd < destination.m_cursor) {
+            destination.m_writtenEnd = destination.m_cursor;
+        }
+    }
+    static CXResult CopyPieces(CXStream& destination, CXStream& source, uint64_t count,
+                               const CXStreamCopyOptions* options);
 };
 
 inline bool CXStream::ReadU8(uint8_t& out) {

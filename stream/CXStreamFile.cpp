@@ -39,6 +39,7 @@ CXFileOpen HowToOpen(uint32_t mode) {
 
 CXStreamFile::CXStreamFile() : CXStreamCacheHelper(this) {
     m_flags = kClosedFlags;
+    m_takesReserve = false;
 }
 
 CXStreamFile::~CXStreamFile() {

@@ -1,6 +1,7 @@
 #include "stream/CXStreamTools.h"
 
 #include "core/CXMD5.h"
+#include "stream/CXMD5Ahead.h"
 #include "stream/CXStreamFile.h"
 
 #include <algorithm>
@@ -9,7 +10,9 @@ namespace {
 
 /// Above half of a stream's read buffer, so that a file reads straight into the piece, and small
 /// enough to stay in the processor's nearest cache.
-constexpr uint64_t kDigestPiece = 32768;
+constexpr uint64_t kDigestPiece = 65536;
+/// From here on it pays to read on one thread and digest on another.
+constexpr uint64_t kDigestAheadFrom = 0x200000;
 constexpr uint64_t kTextPiece = 65536;
 constexpr uint8_t kLongForm = 255;
 constexpr uint32_t kImpossibleLength = 0xFFFFFFFF;
@@ -74,9 +77,26 @@ template <typename Grow> CXResult ReadFilePieces(const CXString& path, uint64_t 
     }
 }
 
+CXString MD5OfStreamAhead(CXStream& stream, uint64_t count) {
+    CXMD5Ahead digest;
+    for (uint64_t left = count; left > 0;) {
+        const uint64_t wanted = std::min(left, CXMD5Ahead::kPieceSize);
+        const uint64_t got = stream.Read(digest.GetPiece(), wanted);
+        digest.PutPiece(got);
+        left -= got;
+        if (got < wanted) {
+            break;
+        }
+    }
+    return digest.FinishHex();
+}
+
 } // namespace
 
 CXString MD5OfStream(CXStream& stream, uint64_t count) {
+    if (count >= kDigestAheadFrom) {
+        return MD5OfStreamAhead(stream, count);
+    }
     CXMD5 digest;
     uint8_t piece[kDigestPiece];
     for (uint64_t left = count; left > 0;) {

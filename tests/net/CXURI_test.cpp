@@ -65,11 +65,21 @@ TEST(CXURI, SplitsAddresses) {
     EXPECT_EQ(Parts(CXURI(absl::string_view("host/a\0b", 8))), "|host|0|||a|");
 }
 
-TEST(CXURI, MalformedAddressesAreLoggedAndEmpty) {
-    for (const std::string text : {"http://user!pw", "user!pw@host:80x/y", "user@host:x"}) {
+TEST(CXURI, MalformedAddressesAreEmptyAndLoggedWithoutCredentials) {
+    const struct {
+        const char* text;
+        const char* logged;
+    } cases[] = {
+        {"http://user!pw", "http://***"},
+        {"user!p/w@host:80x/y", "***@host:80x/y"},
+        {"user@host:x", "***@host:x"},
+        {"http://a@host:1?u=me&x=1&p=pw", "http://***@host:1?u=***&x=1&p=***"},
+    };
+    for (const auto& one : cases) {
         const LogCapture log;
-        EXPECT_TRUE(CXURI(text.c_str()).IsEmpty()) << text;
-        EXPECT_EQ(log.Get(), std::vector<std::string>{"CXURI> bad URI format '" + text + "'"});
+        EXPECT_TRUE(CXURI(one.text).IsEmpty()) << one.text;
+        EXPECT_EQ(log.Get(), std::vector<std::string>{std::string("CXURI> bad URI format '") +
+                                                      one.logged + "'"});
     }
 }
 

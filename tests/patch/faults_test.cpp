@@ -202,6 +202,15 @@ void ExpectFinished(const FaultRun& run, const FileAccess& fault) {
     if (run.tree.count("gone/") != 0 && fault.op == FileOp::GetAttributes) {
         expected["gone/"] = "";
     }
+    if (CXFileSystem::HasWindowsPaths() && fault.op == FileOp::MakeDirectory &&
+        IsIn(fault.path, "game/made")) {
+        // A folder that couldn't be made is noticed by its permissions alone, and this patch's are
+        // another system's here: they are passed over, and the folder stays away.
+        expected.erase("made/here/");
+        if (run.tree.count("made/") == 0) {
+            expected.erase("made/");
+        }
+    }
     EXPECT_EQ(Difference(WithoutTemporaries(run.tree), expected), "");
     size_t left = 0;
     for (const auto& [path, contents] : run.tree) {

@@ -3,6 +3,7 @@
 #include "stream/CXStreamConcat.h"
 #include "stream/CXStreamDynamicBuffer.h"
 #include "stream/CXStreamFile.h"
+#include "stream/CXStreamInflateAhead.h"
 #include "stream/CXStreamMemoryCacheWrapper.h"
 #include "stream/CXStreamProcessorWrapper.h"
 #include "stream/CXStreamStaticBuffer.h"
@@ -11,16 +12,6 @@
 #include "tests/support/TempFolder.h"
 
 #include <zlib.h>
-
-Bytes MakeBytes(size_t count, uint32_t seed) {
-    Bytes bytes(count);
-    uint32_t state = seed * 2654435761U + 1;
-    for (uint8_t& byte : bytes) {
-        state = state * 1664525U + 1013904223U;
-        byte = static_cast<uint8_t>(state >> 24);
-    }
-    return bytes;
-}
 
 Bytes Deflated(const Bytes& bytes, int level) {
     uLongf size = compressBound(static_cast<uLong>(bytes.size()));
@@ -153,22 +144,27 @@ private:
 
 class InflateUnderTest : public StreamUnderTest {
 public:
-    explicit InflateUnderTest(const Bytes& bytes)
-        : m_deflated(Deflated(bytes)), m_source(m_deflated.data(), m_deflated.size()),
-          m_stream(m_inflater, &m_source, nullptr) {}
-    CXStream& Get() override { return m_stream; }
+    InflateUnderTest(const Bytes& bytes, bool ahead)
+        : m_deflated(Deflated(bytes)), m_source(m_deflated.data(), m_deflated.size()) {
+        if (ahead) {
+            m_stream = std::make_unique<CXStreamInflateAhead>(m_inflater, m_source);
+        } else {
+            m_stream = std::make_unique<CXStreamProcessorWrapper>(m_inflater, &m_source, nullptr);
+        }
+    }
+    CXStream& Get() override { return *m_stream; }
 
 private:
     Bytes m_deflated;
     CXStreamStaticBuffer m_source;
     StreamProcessorZLibDecompress m_inflater;
-    CXStreamProcessorWrapper m_stream;
+    std::unique_ptr<CXStream> m_stream;
 };
 
 /// A stream of unknown size that can't seek, which owns all it needs.
 class ForwardOnly : public CXStream {
 public:
-    explicit ForwardOnly(const Bytes& bytes) : m_inner(bytes) {
+    explicit ForwardOnly(const Bytes& bytes) : m_inner(bytes, false) {
         m_flags = kCXStreamReadable | kCXStreamIsOpen;
     }
     uint64_t BufferedRead(void* data, uint64_t count) override {
@@ -256,7 +252,12 @@ const std::vector<StreamKind>& AllStreamKinds() {
          .flags = 0x155,
          .pastEnd = PastEnd::Refused},
         {.name = "Inflating",
-         .make = Maker<InflateUnderTest>(),
+         .make = Maker<InflateUnderTest>(false),
+         .flags = 0x111,
+         .seeks = false,
+         .sizeKnown = false},
+        {.name = "InflatingAhead",
+         .make = Maker<InflateUnderTest>(true),
          .flags = 0x111,
          .seeks = false,
          .sizeKnown = false},

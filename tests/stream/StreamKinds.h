@@ -1,50 +1,9 @@
-// Every kind of stream behind one face, for the tests that run over all of them.
+// The streams of this layer, for the tests that run over all of them.
 #pragma once
 
-#include "stream/CXStream.h"
+#include "tests/support/StreamKind.h"
 
-#include <cstdint>
-#include <functional>
-#include <memory>
-#include <ostream>
-#include <string>
-#include <vector>
-
-using Bytes = std::vector<uint8_t>;
-
-/// `count` bytes without short periods; `seed` tells contents apart.
-Bytes MakeBytes(size_t count, uint32_t seed = 1);
 /// The zlib stream of `bytes`.
 Bytes Deflated(const Bytes& bytes, int level = 6);
-
-/// A stream under test and everything it stands on.
-class StreamUnderTest {
-public:
-    virtual ~StreamUnderTest() = default;
-    virtual CXStream& Get() = 0;
-    /// The bytes where they are really stored. The stream is of no use afterwards.
-    virtual Bytes Stored() { return {}; }
-};
-
-/// What a position behind the end does.
-enum class PastEnd : uint8_t { Kept, Clamped, Refused };
-
-struct StreamKind {
-    const char* name;
-    /// A stream at position 0 over the given bytes.
-    std::function<std::unique_ptr<StreamUnderTest>(const Bytes&)> make;
-    uint32_t flags;
-    bool seeks = true;
-    bool writes = false;
-    bool grows = false;    ///< writes behind the end extend it
-    bool resizes = false;  ///< takes SetSize
-    bool sizeKnown = true; ///< GetRemaining answers
-    PastEnd pastEnd = PastEnd::Clamped;
-    bool sizeMovesToEnd = false; ///< SetSize leaves the position at the new end
-    bool keepsCutBytes = false;  ///< bytes cut off by SetSize come back in a gap
-    bool closedIsAlreadyOpen = false;
-
-    friend void PrintTo(const StreamKind& kind, std::ostream* out) { *out << kind.name; }
-};
 
 const std::vector<StreamKind>& AllStreamKinds();

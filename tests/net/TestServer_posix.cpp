@@ -1,0 +1,7 @@
+#include "tests/net/TestServer.h"
+
+#include <sys/socket.h>
+
+void HalfCloseSocket(CXSocketHandle socket) {
+    ::shutdown(static_cast<int>(socket), SHUT_WR);
+}
