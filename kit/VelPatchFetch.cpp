@@ -142,11 +142,13 @@ int FetchFile(const VelPatchFetchOptions& options, VelPatchConsole& console) {
     const double seconds = progress.GetSeconds();
     const double rate = progress.GetRate();
     const int32_t status = connection.GetStatus();
-    if (result != kCXResultOK && status != 200 && status != 206) {
-        file.SetSize(sizeBefore);
+    if (result == kCXResultOK && status == 200) {
+        file.SetSize(file.GetPosition()); // the whole file: nothing of an older, longer one stays
+    } else if (result != kCXResultOK && status != 200 && status != 206) {
+        // A refusal's body has overwritten the front of what was there.
+        file.SetSize(progress.GetBytes() == 0 ? sizeBefore : 0);
     }
     const uint64_t size = file.GetSize();
-    file.ResetError(); // Get leaves its own failure there
     file.Close();
     if (result == kCXResultOK) {
         result = file.GetLastError();

@@ -34,25 +34,25 @@ void AppendMaskedQuery(absl::string_view text, CXStringEdit& out) {
         if ((byte == '?' || byte == '&') && (name == "u=" || name == "p=")) {
             out.Append(name);
             out.Append(kMask);
-            at = std::min(text.find_first_of("&# \t\"'<>", at + name.size()), text.size());
+            // Blanks, quotes and "#" don't end a value: addresses are taken as they come.
+            at = std::min(text.find('&', at + name.size()), text.size());
         }
     }
 }
 
-/// Appends with every address masked. `isAddress`: an address without a scheme counts too, and
-/// blanks don't end it.
+/// Appends with every address masked. `isAddress`: an address without a scheme counts too.
 void AppendMasked(absl::string_view text, bool isAddress, CXStringEdit& out) {
     constexpr absl::string_view kBehindScheme = "://";
     while (!text.empty()) {
         const size_t found = text.find(kBehindScheme);
-        const bool hasScheme = found != absl::string_view::npos;
+        // Behind "!" or "@" it is part of a password.
+        const bool hasScheme =
+            found != absl::string_view::npos && (!isAddress || text.find_first_of("!@") > found);
         if (!hasScheme && !isAddress) {
             break;
         }
         const size_t start = hasScheme ? found + kBehindScheme.size() : 0;
-        const size_t end =
-            isAddress ? text.size() : std::min(text.find_first_of(" \t\"'<>", start), text.size());
-        const size_t secret = CredentialsLength(text.substr(start, end - start));
+        const size_t secret = CredentialsLength(text.substr(start));
         AppendMaskedQuery(text.substr(0, start), out);
         if (secret != 0) {
             out.Append(kMask);
@@ -88,8 +88,14 @@ void AppendMaskedHead(absl::string_view head, CXStringEdit& out) {
             out.Append(line.substr(0, colon + 1));
             out.AppendByte(' ');
             out.Append(kMask);
+        } else if (colon != absl::string_view::npos && EqualsNoCase(name, "location")) {
+            out.Append(line.substr(0, colon + 1));
+            AppendMasked(line.substr(colon + 1), true, out);
         } else {
-            AppendMasked(line, false, out);
+            // The version behind a request's address is none of it.
+            const size_t version = std::min(line.rfind(" HTTP/"), line.size());
+            AppendMasked(line.substr(0, version), false, out);
+            out.Append(line.substr(version));
         }
         out.AppendByte('\n');
     }

@@ -62,7 +62,11 @@ CXResult CXStreamProxyHTTP::FindProxy(const CXString& proxySpec, DNSResolverCore
     if (portText.empty()) {
         return kCXResultInvalidArgument;
     }
-    const int64_t port = ToInt64(portText, kDefaultPort);
+    const absl::string_view digits = portText.substr(portText[0] == '-' ? 1 : 0);
+    const bool isNumber =
+        !digits.empty() && digits.find_first_not_of("0123456789") == absl::string_view::npos;
+    // A number too large to be read is out of range like any other.
+    const int64_t port = isNumber ? ToInt64(portText, 0) : kDefaultPort;
     if (port < 1 || port > kLastPort) {
         return kCXResultInvalidArgument;
     }

@@ -49,8 +49,11 @@ CXGenericEvent* CXStreamTCP::CreateEvent(uint32_t number) {
 }
 
 void CXStreamTCP::SetFlagsUnderMask(uint32_t value, uint32_t mask) {
-    if ((mask & kCXStreamPartialReads) != 0) {
-        m_flags = (m_flags & ~kCXStreamPartialReads) | (value & kCXStreamPartialReads);
+    // One step each: another thread may clear the open flag meanwhile.
+    if ((mask & value & kCXStreamPartialReads) != 0) {
+        m_flags |= kCXStreamPartialReads;
+    } else if ((mask & kCXStreamPartialReads) != 0) {
+        m_flags &= ~kCXStreamPartialReads;
     }
 }
 
@@ -93,18 +96,21 @@ CXSocketHandle CXStreamTCP::StartOpening(const char* caller, const CXSocketAddre
 void CXStreamTCP::FinishOpening(CXSocketHandle socket, bool success) {
     {
         CXSocketAddress local;
-        m_driver.GetLocalAddress(socket, local);
+        if (success) {
+            m_driver.GetLocalAddress(socket, local);
+        }
         const CXCriticalSectionGuard guard(m_socketLock);
         if (success && m_socket == socket) {
             m_localAddress = local;
-            m_flags = (m_flags & ~kCXStreamPartialReads) | kCXStreamIsOpen;
+            m_flags &= ~kCXStreamPartialReads;
+            m_flags |= kCXStreamIsOpen;
             return;
         }
     }
     SetError(kCXResultEndOfStream);
     // Threads inside Accept wait for the lock that this one holds; they see the closed socket
     // afterwards, without being woken.
-    const CXSocketHandle taken = TakeSocket();
+    const CXSocketHandle taken = GetSocket() == socket ? TakeSocket() : kCXNoSocket;
     if (taken != kCXNoSocket) {
         CloseTaken(taken);
     }

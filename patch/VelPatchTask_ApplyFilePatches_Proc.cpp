@@ -2,6 +2,7 @@
 #include "core/CXFileSystem.h"
 #include "core/CXLocalisation.h"
 #include "core/CXText.h"
+#include "net/CXAddressMask.h"
 #include "patch/EffortSum.h"
 #include "patch/VelPatchTask_ApplyFilePatches.h"
 #include "stream/CXStreamFile.h"
@@ -74,7 +75,7 @@ bool VelPatchTask_ApplyFilePatches::ReadControl() {
             return false;
         }
         const CXString title = GetLocalisedString("$velpatch_task_failed_read_source_data");
-        if (!AskRetry(nullptr, title, m_controlURI.ToString())) {
+        if (!AskRetry(nullptr, title, MaskAddress(m_controlURI.ToString()))) {
             SetStatus(kTaskStateFailed, 1.0F, CXString());
             LogFailure();
             return false;
@@ -149,12 +150,13 @@ bool VelPatchTask_ApplyFilePatches::DownloadDataFile() {
 bool VelPatchTask_ApplyFilePatches::DownloadPatchData(const CXURI& uri, const CXString& path,
                                                       bool /*resume*/, CXString& title,
                                                       CXString& detail) {
-    // This build has no network client yet: every download fails with "not supported".
-    LogFormat("VelPatchTask_ApplyFilePatches::DownloadPatchData> %s -> %s",
-              uri.ToString().GetData(), path.GetData());
+    // Not served by this build: every download fails with "not supported".
+    const CXString address = MaskAddress(uri.ToString());
+    LogFormat("VelPatchTask_ApplyFilePatches::DownloadPatchData> %s -> %s", address.GetData(),
+              path.GetData());
     title = GetLocalisedString("$velpatch_task_failed_to_download_installation_data");
     detail = CXString::Format("Result: %d. Path: '%s'. URL: '%s'", kCXResultNotSupported,
-                              path.GetData(), uri.ToString().GetData());
+                              path.GetData(), address.GetData());
     return false;
 }
 

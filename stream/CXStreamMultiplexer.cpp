@@ -131,7 +131,6 @@ void CXStreamMultiplexer::ClosedThere(uint32_t id) {
     const CXCriticalSectionGuard guard(m_lock);
     const auto found = m_channels.find(id);
     if (found != m_channels.end()) {
-        found->second->m_closedThere = true;
         found->second->CloseThere();
     }
 }
@@ -240,9 +239,7 @@ void CXStreamMultiplexer::CloseChannel(CXStreamMultiplexerStream& stream) {
         // Replaced meanwhile: a command would close the channel that has the id now.
         return;
     }
-    if (!stream.m_closedThere) {
-        SendCommand(kCommandClose, stream.m_id);
-    }
+    SendCommand(kCommandClose, stream.m_id);
     stream.Detach();
     m_channels.erase(stream.m_id);
     m_untaken.erase(stream.m_id);

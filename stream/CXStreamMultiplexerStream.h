@@ -20,7 +20,7 @@ public:
     uint32_t GetId() const { return m_id; }
 
     // ---- CXStream ----
-    /// Tells the other side, unless that has closed the channel itself.
+    /// Tells the other side, which ignores an id that it doesn't know.
     void Close() override;
     /// Flushes the underlying stream.
     void Flush(uint32_t options = 0) override;
@@ -39,5 +39,4 @@ private:
     // Null once the multiplexer's map holds this stream no more. Changed under its lock.
     std::atomic<CXStreamMultiplexer*> m_multiplexer;
     const uint32_t m_id;
-    bool m_closedThere = false; // the other side's command came; under the multiplexer's lock
 };

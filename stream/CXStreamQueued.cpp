@@ -59,6 +59,7 @@ bool CXStreamQueued::CloseHere() {
 }
 
 void CXStreamQueued::CloseThere() {
-    m_flags &= ~kCXStreamIsOpen;
+    // The queue first: who finds the stream not open also finds the end of its data.
     m_input.Close();
+    m_flags &= ~kCXStreamIsOpen;
 }

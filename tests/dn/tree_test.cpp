@@ -249,13 +249,6 @@ TEST(DNValue, MetaAndDebugTexts) {
     EXPECT_EQ(leaf->GetChildCount(), 0u);
 
     EXPECT_EQ(Text(DNValueRef()->GetDebugText()), "DNValue{}");
-    EXPECT_EQ(Text(folder->GetDebugText()),
-              Text(CXString::Format("DNMemoryValue{%p}", static_cast<void*>(folder.Get()))));
-    const DNIteratorRef first = folder->First();
-    EXPECT_EQ(Text(first->GetDebugText()),
-              Text(CXString::Format("DNMemoryIterator{%p: %d/%p}", static_cast<void*>(first.Get()),
-                                    0, static_cast<void*>(folder.Get()))));
-
     folder->Set("text", new DNMemoryDataValue(DNData::String(std::string(300, 'x').c_str())));
     folder->FindOrCreate(DNData::String("none"));
     folder->GetOrCreateFolder(DNData::String("folder"))->Set("y", Leaf(3));

@@ -120,39 +120,23 @@ public:
             if (!folder.Has(full)) {
                 continue;
             }
-            switch (Below(9)) {
-            case 0:
+            const unsigned change = Below(9);
+            const bool isFile = entry.type == 'f';
+            if (change == 0) {
                 folder.Remove(full);
-                break;
-            case 1:
-                if (entry.type == 'f') {
-                    const std::string target = root + "/" + Name(true) + "x";
-                    if (!folder.Has(target) && IsFree(folder, root, target)) {
-                        folder.WriteFile(target, entry.contents);
-                        folder.Remove(full);
-                    }
-                }
-                break;
-            case 2:
-            case 3:
-                if (entry.type == 'f') {
-                    folder.WriteFile(full, Edited(entry.contents));
-                }
-                break;
-            case 4:
-                if (kHasModes) {
-                    folder.SetMode(full, entry.type == 'd' ? (Below(2) ? 0755 : 0700)
-                                                           : (Below(2) ? 0600 : 0755));
-                }
-                break;
-            case 5:
-                if (entry.type == 'd' && Below(2) == 0) { // a folder becomes a file
+            } else if (change == 1 && isFile) {
+                const std::string target = root + "/" + Name(true) + "x";
+                if (!folder.Has(target) && IsFree(folder, root, target)) {
+                    folder.WriteFile(target, entry.contents);
                     folder.Remove(full);
-                    folder.WriteFile(full, Contents());
                 }
-                break;
-            default:
-                break;
+            } else if ((change == 2 || change == 3) && isFile) {
+                folder.WriteFile(full, Edited(entry.contents));
+            } else if (change == 4 && kHasModes) {
+                folder.SetMode(full, isFile ? (Below(2) ? 0600 : 0755) : (Below(2) ? 0755 : 0700));
+            } else if (change == 5 && !isFile && Below(2) == 0) { // a folder becomes a file
+                folder.Remove(full);
+                folder.WriteFile(full, Contents());
             }
         }
         Fill(folder, root);
@@ -313,39 +297,16 @@ TEST_F(Maker, OldLetterCaseStays) {
 TEST_F(Maker, RefusesWhatCannotBeTold) {
     struct Case {
         const char* what;
-        std::function<void(const TempFolder&)> make;
-        const char* named;
-        bool posixOnly;
+        std::vector<const char*> files;
+        const char* named; ///< in the complaint
+        bool posixOnly = false;
     };
     const Case cases[] = {
-        {"nothing to do", [](const TempFolder& at) { at.MakeFolder("new"); }, "same", false},
-        {"file to folder",
-         [](const TempFolder& at) {
-             at.WriteFile("old/a/name", "x");
-             at.WriteFile("new/a/name/inside", "x");
-         },
-         "a/name", false},
-        {"two names in one",
-         [](const TempFolder& at) {
-             at.WriteFile("new/Readme", "x");
-             at.WriteFile("new/README", "y");
-         },
-         "README", true},
-        {"a link",
-         [](const TempFolder& at) {
-             at.WriteFile("new/file", "x");
-             EXPECT_TRUE(at.MakeLink("new/link", "file"));
-         },
-         "new/link", true},
-        {"the patcher's own folder",
-         [](const TempFolder& at) { at.WriteFile("new/Patcher-Temp/file", "x"); }, "Patcher-Temp",
-         true},
-        {"out inside new",
-         [](const TempFolder& at) {
-             at.WriteFile("new/file", "x");
-             EXPECT_TRUE(at.MakeLink("unused", "new"));
-         },
-         nullptr, true},
+        {"nothing to do", {}, "same"},
+        {"file to folder", {"old/a/name", "new/a/name/inside"}, "a/name"},
+        {"two names in one", {"new/Readme", "new/README"}, "README", true},
+        {"a link", {"new/file"}, "new/link", true},
+        {"the patcher's own folder", {"new/Patcher-Temp/file"}, "Patcher-Temp", true},
     };
     for (const Case& each : cases) {
         if (each.posixOnly && !kHasModes) {
@@ -355,20 +316,23 @@ TEST_F(Maker, RefusesWhatCannotBeTold) {
         for (const char* folder : {"old", "new", "out"}) {
             m_folder.Remove(folder);
         }
-        each.make(m_folder);
-        if (each.named == nullptr) {
-            VelPatchMaker::Options options;
-            options.newFolder = m_folder.Path("new");
-            options.outFolder = m_folder.Path("new/out");
-            CXString problem;
-            EXPECT_NE(VelPatchMaker(options).Run(problem), kCXResultOK);
-            EXPECT_FALSE(m_folder.Has("new/out"));
-            continue;
+        for (const char* file : each.files) {
+            m_folder.WriteFile(file, "x");
+        }
+        if (std::string(each.what) == "a link") {
+            EXPECT_TRUE(m_folder.MakeLink("new/link", "file"));
         }
         EXPECT_NE(Make(), kCXResultOK);
         EXPECT_TRUE(Complains(each.named)) << m_problem.GetData();
         EXPECT_FALSE(m_folder.Has("out/patch-control.txt"));
     }
+    m_folder.Remove("new");
+    m_folder.WriteFile("new/file", "x");
+    VelPatchMaker::Options options;
+    options.newFolder = m_folder.Path("new");
+    options.outFolder = m_folder.Path("new/out");
+    EXPECT_NE(VelPatchMaker(options).Run(m_problem), kCXResultOK);
+    EXPECT_FALSE(m_folder.Has("new/out"));
 }
 
 TEST_F(Maker, LeavesNothingHalfDone) {

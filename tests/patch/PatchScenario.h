@@ -35,7 +35,7 @@ struct TestOperation {
     template <typename T, typename Value>
     TestOperation With(T TestOperation::*member, const Value& value) const {
         TestOperation changed = *this;
-        changed.*member = value;
+        changed.*member = static_cast<T>(value);
         return changed;
     }
 };

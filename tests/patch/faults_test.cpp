@@ -40,7 +40,7 @@ std::vector<TestOperation> Operations() {
         CreateFolderOp("made/here").With(&TestOperation::permissions, "posix:0755"),
         MoveOp("missing", "never.txt", "")
             .With(&TestOperation::sourceChecksum, "")
-            .With(&TestOperation::flags, 1),
+            .With(&TestOperation::flags, 1U),
         DeleteFileOp("dir/c.txt"),
         DeleteFileOp("late/e.txt"),
         DeleteFolderOp("gone"),

@@ -91,16 +91,6 @@ TEST(ReadWriteLock, ExclusiveMeansAlone) {
     EXPECT_EQ(torn, 0);
 }
 
-TEST(ObjectLock, BucketsOfKnownAddresses) {
-    const struct {
-        uint64_t address;
-        uint32_t bucket;
-    } cases[] = {{0, 5}, {1, 10}, {0x00007F0012345678, 18}, {~0ull, 13}};
-    for (const auto& each : cases) {
-        EXPECT_EQ(CXObjectLockGuard::GetBucket(each.address), each.bucket) << each.address;
-    }
-}
-
 TEST(ObjectLock, OneAddressIsOneLockAndNothingStaysBehind) {
     int objects[3] = {};
     std::vector<std::unique_ptr<FunctionThread>> threads;
