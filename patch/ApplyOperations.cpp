@@ -89,7 +89,7 @@ CXString VelPatchTask_ApplyFilePatches::CreateTemporaryFilepathFor(const CXStrin
         const int64_t number = RandomBelow(kTemporaryNameBound);
         const CXString name =
             CXString::Format("temp-%lld-%d.tmp", number, g_temporaryNameCounter.fetch_add(1) + 1);
-        const CXString candidate = CXFileSystem::Join(folder, name);
+        CXString candidate = CXFileSystem::Join(folder, name);
         if (!CXFileSystem::Exists(candidate)) {
             LogFormat("VelPatchTask_ApplyFilePatches::CreateTemporaryFilepathFor> '%s' -> '%s'",
                       path.GetData(), candidate.GetData());
