@@ -1,6 +1,7 @@
 #include "stream/CXStreamMultiplexer.h"
 
 #include "core/CXLog.h"
+#include "core/CXTime.h"
 #include "runtime/CXGenericEventKinds.h"
 
 #include <algorithm>
@@ -186,15 +187,18 @@ CXStreamMultiplexer::Channel CXStreamMultiplexer::OpenChannel(uint32_t id) {
 }
 
 CXStreamMultiplexer::Channel CXStreamMultiplexer::TakeChannel(uint32_t milliseconds) {
-    for (bool waited = false;; waited = true) {
+    const int64_t start = CXTime::GetCurrentTime();
+    for (;;) {
+        const int64_t passed = CXTime::GetCurrentTime() - start;
         {
             const CXCriticalSectionGuard guard(m_lock);
             Channel channel = FirstUntaken();
-            if (channel || waited || m_ended) {
+            if (channel || m_ended || passed >= static_cast<int64_t>(milliseconds)) {
                 return channel;
             }
         }
-        m_channelWaits.Wait(milliseconds);
+        // One channel wakes every thread that waits; those that come too late wait on.
+        m_channelWaits.Wait(milliseconds - static_cast<uint32_t>(std::max<int64_t>(passed, 0)));
     }
 }
 

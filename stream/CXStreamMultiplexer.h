@@ -50,7 +50,7 @@ public:
     /// the thread has ended.
     Channel OpenChannel(uint32_t id);
     /// The channel of the lowest id that the other side opened and nobody took yet. Waits at most
-    /// `milliseconds` for one; null if none came, another thread was quicker, or the thread ended.
+    /// `milliseconds` for one; null if none came for this caller, or the thread ended.
     Channel TakeChannel(uint32_t milliseconds = 0);
 
     /// Channels that are held, taken or not.
