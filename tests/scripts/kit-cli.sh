@@ -71,7 +71,8 @@ says self-check
 [ "$(find patch | wc -l)" = 3 ] || fail "something is left beside the patch"
 kit 0 apply patch/patch-control.txt target
 gives '^log	.*velpatch-log.txt$'
-says 'Loading the installation data'
+# Which of the task's texts show depends on its speed, but none may be missing.
+! grep -q velpatch_task err || fail "a text is missing"
 says Done
 same new target
 # A second time: the sources are gone, so the checks say no, and nothing changes.
