@@ -14,7 +14,7 @@ std::vector<CXString> ParseMountInfo(absl::string_view text);
 /// replaced by `home`; empty when the text names none.
 CXString ParseDesktopFolder(absl::string_view text, absl::string_view home);
 
-/// A desktop entry (XDG Desktop Entry Specification 1.5) that starts `program` in
+/// A desktop entry (XDG desktop entry format, version 1.5) that starts `program` in
 /// `workingFolder`.
 CXString MakeDesktopEntry(absl::string_view name, absl::string_view program,
                           absl::string_view workingFolder);
