@@ -9,6 +9,7 @@
 #include "kit/VelPatchFetch.h"
 #include "kit/VelPatchFileDiff.h"
 #include "kit/VelPatchMaker.h"
+#include "kit/VelPatchPublishCommand.h"
 #include "kit/VelPatchRunner.h"
 #include "net/CXURI.h"
 #include "patch/BinaryDiff.h"
@@ -33,6 +34,7 @@ Examples:
   velpatch-kit patch old.pak pak.diff new.pak ... and back again
   velpatch-kit fetch https://host/patch-data.bin patch-data.bin
                                               try a server
+  velpatch-kit publish service.txt out        a patch stream service for nginx
 
 "make" leaves patch-control.txt and patch-data.bin in OUT. Results go to standard output, one
 "name<tab>value" a line; words go to standard error.
@@ -50,6 +52,7 @@ struct KitOptions {
     std::string address, file, trustFile, proxy;
     bool resume = false;
     std::string answer = "no";
+    VelPatchPublishOptions publishing;
 };
 
 /// A path as a person typed it.
@@ -365,6 +368,7 @@ int RunKit(const std::vector<std::string>& arguments) {
     DefineFiles(app, options);
     DefineApply(app, options);
     DefineFetch(app, options);
+    DefinePublish(app, options.publishing);
 
     std::vector<const char*> pointers;
     pointers.reserve(arguments.size());
@@ -395,6 +399,9 @@ int RunKit(const std::vector<std::string>& arguments) {
     }
     if (app.got_subcommand("fetch")) {
         return RunFetch(options, console);
+    }
+    if (app.got_subcommand("publish")) {
+        return RunPublish(options.publishing, console);
     }
     return RunApply(options, console);
 }

@@ -18,8 +18,9 @@ struct VelPatchNewBuild {
     std::vector<std::pair<CXString, CXString>> installations; ///< by installation id, likewise
 };
 
-/// Gives the text with the build added. Only the entries of the new build, of the builds that get a
-/// patch and of the installations are written; every other byte, comments too, stays. False, with
-/// `problem` set, if the stream is missing or a build isn't what the request takes it for.
-bool AddBuildToServiceText(absl::string_view text, const CXString& fileName,
-                           const VelPatchNewBuild& build, CXString& out, CXString& problem);
+/// Gives the text, which must be free of problems, with the build added. Only the entries of the
+/// new build, of the builds that get a patch and of the installations are written; every other
+/// byte, comments too, stays. False, with `problem` set, if the stream is missing or a build isn't
+/// what the request takes it for.
+bool AddBuildToServiceText(absl::string_view text, const VelPatchNewBuild& build, CXString& out,
+                           CXString& problem);

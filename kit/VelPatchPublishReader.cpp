@@ -42,8 +42,7 @@ public:
         m_service.baseAddress = ReadAddress(root, "base-address", true);
         m_service.filesAddress = ReadAddress(root, "files-address", false);
         if (m_service.filesAddress.IsEmpty()) {
-            m_service.filesAddress =
-                CXString::Format("%sfiles/", m_service.baseAddress.GetData());
+            m_service.filesAddress = CXString::Format("%sfiles/", m_service.baseAddress.GetData());
         }
         m_service.folder = m_text.GetText(root, "folder", false);
         ReadServer(m_text.GetFolder(root, "server"));
@@ -85,8 +84,6 @@ private:
         return address;
     }
 
-    /// A path of the service file; `$` has a meaning in the web server's configuration that no
-    /// quoting takes.
     CXString ReadPath(const Entry& parent, const char* key, bool isRequired) {
         const CXString text = m_text.GetText(parent, key, isRequired);
         return text.IsEmpty() ? text : ResolvePath(text);
@@ -94,9 +91,8 @@ private:
 
     CXString ResolvePath(const CXString& text) const {
         const CXString path = CXFileSystem::FromForeignPath(text);
-        return CXFileSystem::NormalisePath(CXFileSystem::IsAbsolute(path)
-                                               ? path
-                                               : CXFileSystem::Join(m_folder, path));
+        return CXFileSystem::NormalisePath(
+            CXFileSystem::IsAbsolute(path) ? path : CXFileSystem::Join(m_folder, path));
     }
 
     void ReadServer(const Entry& entry) {
@@ -123,13 +119,12 @@ private:
         patch.place = m_text.GetPlace(entry);
         patch.controlPath = ReadPath(entry, "control", true);
         patch.dataPath = ReadPath(entry, "data", true);
-        patch.description = m_text.GetText(entry, "description", false, true);
+        patch.description = m_text.GetText(entry, "description", true, true);
         return patch;
     }
 
     void ReadBuild(const Entry& entry, VelPatchPublishStream& stream) {
-        m_text.AllowKeys(entry,
-                         {"anchor-checksum", "folder", "control", "data", "description"});
+        m_text.AllowKeys(entry, {"anchor-checksum", "folder", "control", "data", "description"});
         VelPatchPublishBuild build;
         build.place = m_text.GetPlace(entry);
         build.name = entry.name;
@@ -161,8 +156,7 @@ private:
     }
 
     void ReadStream(const Entry& entry) {
-        m_text.AllowKeys(entry,
-                         {"name", "anchor-file", "restricted", "builds", "installations"});
+        m_text.AllowKeys(entry, {"name", "anchor-file", "restricted", "builds", "installations"});
         VelPatchPublishStream stream;
         stream.place = m_text.GetPlace(entry);
         stream.id = entry.name;
@@ -213,7 +207,8 @@ private:
         product.name = entry.name;
         product.bundleId = m_text.GetText(entry, "bundle-id", true);
         product.installationId = m_text.GetText(entry, "installation-id", false);
-        product.streams = ReadNames(entry, "streams", m_service.streams, &VelPatchPublishStream::id);
+        product.streams =
+            ReadNames(entry, "streams", m_service.streams, &VelPatchPublishStream::id);
         if (product.streams.empty()) {
             m_text.Complain(entry, "streams", "names no stream");
         }
@@ -230,9 +225,9 @@ private:
         for (const VelPatchPublishProduct& other : m_service.products) {
             if (other.bundleId == product.bundleId &&
                 other.installationId == product.installationId) {
-                m_text.Complain(entry, "bundle-id",
-                                CXString::Format("product '%s' has the same ids",
-                                                 other.name.GetData()));
+                m_text.Complain(
+                    entry, "bundle-id",
+                    CXString::Format("product '%s' has the same ids", other.name.GetData()));
             }
         }
         m_service.products.push_back(product);
@@ -268,12 +263,11 @@ private:
         }
         for (size_t i = 0; i < m_service.streams.size(); ++i) {
             const VelPatchPublishStream& stream = m_service.streams[i];
-            const bool isUsed =
-                std::any_of(m_service.products.begin(), m_service.products.end(),
-                            [i](const VelPatchPublishProduct& product) {
-                                return std::count(product.streams.begin(), product.streams.end(),
-                                                  i) != 0;
-                            });
+            const bool isUsed = std::any_of(m_service.products.begin(), m_service.products.end(),
+                                            [i](const VelPatchPublishProduct& product) {
+                                                return std::count(product.streams.begin(),
+                                                                  product.streams.end(), i) != 0;
+                                            });
             if (!isUsed) {
                 m_text.Complain(stream.place, "no product has this stream");
             }

@@ -23,9 +23,9 @@ VelPatchPublishText::VelPatchPublishText(const CXString& fileName, absl::string_
         const int line = LineOf(offset);
         const auto [place, isNew] = m_places.emplace(std::make_pair(&folder, key), line);
         if (!isNew) {
-            Complain(CXString::Format("%s:%d", m_fileName.GetData(), line),
-                     CXString::Format("'%s' stands in line %d already", key.GetData(),
-                                      place->second));
+            Complain(
+                CXString::Format("%s:%d", m_fileName.GetData(), line),
+                CXString::Format("'%s' stands in line %d already", key.GetData(), place->second));
         }
     };
     TextConfig::Parse(text.data(), text.size(), *m_root, &trace);
@@ -137,8 +137,7 @@ CXString VelPatchPublishText::GetPlace(const Entry& entry) const {
 }
 
 void VelPatchPublishText::Complain(const Entry& entry, const char* key, const CXString& words) {
-    const bool isThere =
-        key != nullptr && m_places.count({entry.value.Get(), CXString(key)}) != 0;
+    const bool isThere = key != nullptr && m_places.count({entry.value.Get(), CXString(key)}) != 0;
     Complain(GetPlace(isThere ? MakeEntry(entry, CXString(key), DNValueRef()) : entry), words);
 }
 

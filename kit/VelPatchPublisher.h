@@ -8,6 +8,11 @@
 #include <functional>
 #include <map>
 #include <set>
+#include <utility>
+#include <vector>
+
+class CXStreamFile;
+struct PatchControl;
 
 /// Publishes one service into one folder:
 ///   files/    control and data files, named by their own digests
@@ -25,6 +30,7 @@ public:
         uint64_t bytesCopied = 0;
     };
 
+    /// `outFolder` is absolute. The service must outlive the object, which fills in checksums.
     VelPatchPublisher(VelPatchPublishService& service, const CXString& outFolder)
         : m_service(service), m_outFolder(outFolder) {}
 
@@ -35,7 +41,7 @@ public:
 
     /// Looks at every file that the service names, takes the anchor checksums and the digests, and
     /// holds control files against data files and builds. Writes nothing. False if there are
-    /// problems.
+    /// problems, or when stopped.
     bool Check();
     /// After a good Check: writes. With `prune`, files and replies that are on offer no more are
     /// then removed. kCXResultCancelled if stopped; `problem` tells what failed. Until the last
@@ -52,34 +58,40 @@ public:
     CXString GetStandAlonePath() const;
 
 private:
+    /// A file that is published.
     struct Source {
         CXString path;
-        CXString name; ///< below "files"
         CXString checksum;
+        CXString name; ///< below "files"
         uint64_t size = 0;
     };
 
+    void CheckFolder();
     void CheckStream(VelPatchPublishStream& stream);
     void CheckPatch(const VelPatchPublishStream& stream, const VelPatchPublishBuild* build,
                     const VelPatchPublishPatch& patch);
     void CheckAnchor(const VelPatchPublishStream& stream, const VelPatchPublishBuild* build,
-                     const VelPatchPublishPatch& patch, const struct PatchControl& control);
+                     const VelPatchPublishPatch& patch, const PatchControl& control);
+    /// Null if the file can't be published.
     const Source* AddSource(const CXString& place, const CXString& path, const char* extension);
-    CXString Digest(const CXString& path, uint64_t size);
+    /// Digests a file, and copies it too if `to` is open. False if it can't be read.
+    bool Digest(const CXString& path, const char* activity, CXStreamFile* to, Source& source);
     CXResult CopySource(const Source& source, CXString& problem);
-    CXResult WriteText(const CXString& path, const CXString& text, CXString& problem);
-    CXResult WriteReplies(CXString& httpPart, CXString& problem);
+    CXResult WriteReplies(const std::map<CXString, CXString>& replies, CXString& problem);
     CXResult WriteConfiguration(const CXString& httpPart, CXString& problem);
-    void Prune(const CXString& folder, const std::set<CXString>& kept);
+    void Prune(const char* folder, const std::set<CXString>& kept);
+
+    CXString GetPath(const char* relative) const;
     CXString GetServedFolder() const;
     bool IsStopped() const { return m_isStopped && m_isStopped(); }
     void Complain(const CXString& place, const CXString& words);
+    void Warn(const CXString& place, const CXString& words);
 
     VelPatchPublishService& m_service;
     CXString m_outFolder;
     std::map<CXString, Source> m_sources; ///< by path
-    std::map<CXString, CXString> m_replies; ///< name to text
-    std::vector<CXString> m_problems, m_warnings;
+    std::vector<CXString> m_problems;
+    std::vector<CXString> m_warnings;
     Summary m_summary;
     std::function<void(const CXString&, double)> m_progress;
     std::function<bool()> m_isStopped;
