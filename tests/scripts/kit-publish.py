@@ -352,7 +352,7 @@ def check_new_build(test, build1):
     test.kit("publish", "service.txt", "out")
     test.expect("files before pruning", len(list(files.iterdir())), 10)
     test.expect("pruned", test.kit("publish", "service.txt", "out", "--prune")["files-removed"],
-                "3")  # control, data, and the reply that named them
+                "4")  # control and data, their reply, and that of the first installation
     test.expect("files after pruning", len(list(files.iterdir())), 8)
 
 
