@@ -1,6 +1,7 @@
 #include "app/VelPatchEntry.h"
 
 #include "app/VelPatchInstance.h"
+#include "app/VelPatchUpdateService.h"
 #include "app/config/VelPatchCommandLine.h"
 #include "app/config/VelPatchConfiguration.h"
 #include "app/config/VelPatchProcessSettings.h"
@@ -33,9 +34,7 @@ int RunVelPatch(const VelPatchArguments& arguments, const VelPatchEntryHooks& ho
     }
     CXRuntime::Start();
     VelPatchEntryPlatform::StartWindowServices();
-    VelPatchCommandLineHooks commandLineHooks;
-    commandLineHooks.exitProcess = EndProcess;
-    SetCommandLineHooks(commandLineHooks);
+    SetCommandLineHooks({VelPatchUpdateService::CheckForPatch, EndProcess});
     // A command line that can't be used leaves out the whole part with the window, its end too.
     if (ParseCommandLine(std::vector<CXString>(arguments.words.begin(), arguments.words.end()))) {
         CXFileSystem::SetCurrentDirectory(CXFileSystem::GetApplicationFolder());
