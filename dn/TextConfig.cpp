@@ -217,7 +217,7 @@ private:
         const size_t start = GetOffset();
         const CXString name = ReadToken();
         if (m_trace.entry) {
-            m_trace.entry(*m_folders.back().value, name, start);
+            m_trace.entry(m_folders.back().value, name, start);
         }
         const DNData key = DNData::String(name);
         const absl::string_view behindKey = m_rest;
