@@ -4,6 +4,9 @@ option(VELPATCH_FUZZ "Build the fuzz targets with libFuzzer (needs clang)" OFF)
 option(VELPATCH_TESTS "Build the tests, fuzz targets and benchmarks" ON)
 set(VELPATCH_SANITIZE "" CACHE STRING "Sanitizers for all of our code, e.g. address,undefined")
 
+set(VELPATCH_SERVICE_BASE "https://localhost/" CACHE STRING
+    "Where the patch stream service is asked unless a product's configuration says otherwise")
+
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
