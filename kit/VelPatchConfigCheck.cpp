@@ -253,8 +253,6 @@ void VelPatchConfigCheck::CheckService() {
     const CXURI uri{base.View()};
     if (base.View().substr(0, 8) != "https://" || uri.host.IsEmpty()) {
         AddOfKey(true, "patch-service-base", "is no https address, and is passed over");
-    } else if (base.View().back() != '/') {
-        AddOfKey(true, "patch-service-base", "must end in \"/\": names are added to it");
     }
 }
 
