@@ -127,7 +127,7 @@ public:
                     return false;
                 }
                 if (m_trace.close) {
-                    m_trace.close(*m_folders.back().value, GetOffset());
+                    m_trace.close(m_folders.back().value, GetOffset());
                 }
                 m_rest.remove_prefix(1);
                 m_folders.pop_back();
@@ -222,7 +222,7 @@ private:
         const size_t start = GetOffset();
         const CXString name = ReadToken();
         if (m_trace.entry) {
-            m_trace.entry(*m_folders.back().value, name, start);
+            m_trace.entry(m_folders.back().value, name, start);
         }
         const DNData key = DNData::String(name);
         const absl::string_view behindKey = m_rest;
@@ -338,8 +338,8 @@ private:
     std::vector<Folder> m_folders; ///< from the root to the one being filled
 };
 
-void ParseText(const void* data, size_t size, DNValue& root, TextConfig::Trace& trace,
-               std::initializer_list<absl::string_view> repeatingKeys) {
+void ParseDocument(const void* data, size_t size, DNValue& root, TextConfig::Trace& trace,
+                   std::initializer_list<absl::string_view> repeatingKeys) {
     Parser parser(absl::string_view(static_cast<const char*>(data), size), trace, repeatingKeys);
     if (!parser.Run(root)) {
         CXLog("TextConfig::Parse> error in data");
@@ -350,13 +350,13 @@ void ParseText(const void* data, size_t size, DNValue& root, TextConfig::Trace& 
 
 void TextConfig::Parse(const void* data, size_t size, DNValue& root, Trace* trace) {
     Trace unused;
-    ParseText(data, size, root, trace != nullptr ? *trace : unused, {});
+    ParseDocument(data, size, root, trace != nullptr ? *trace : unused, {});
 }
 
 void TextConfig::ParseRepeating(const void* data, size_t size, DNValue& root,
                                 std::initializer_list<absl::string_view> repeatingKeys) {
     Trace unused;
-    ParseText(data, size, root, unused, repeatingKeys);
+    ParseDocument(data, size, root, unused, repeatingKeys);
 }
 
 DNValueRef TextConfig::Read(CXStream& stream) {

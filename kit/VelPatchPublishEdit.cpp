@@ -1,15 +1,14 @@
 #include "kit/VelPatchPublishEdit.h"
 
 #include "core/CXStringEdit.h"
-#include "dn/DNMemoryValue.h"
-#include "dn/TextConfig.h"
+#include "kit/VelPatchConfigDocument.h"
 
 #include <algorithm>
-#include <map>
 
 namespace {
 
 constexpr const char* kStep = "    ";
+constexpr size_t kNowhere = TextConfig::Trace::kNowhere;
 
 /// One stretch of the text that another takes the place of.
 struct Change {
@@ -20,40 +19,34 @@ struct Change {
 
 class Editor {
 public:
-    Editor(absl::string_view text, const VelPatchNewBuild& build)
-        : m_text(text), m_build(build), m_root(new DNMemoryValue) {
+    Editor(absl::string_view text, const VelPatchNewBuild& build) : m_text(text), m_build(build) {
         const size_t end = text.find_first_of("\r\n");
         m_lineEnd = text.substr(end, 2) == "\r\n"                         ? "\r\n"
                     : end != absl::string_view::npos && text[end] == '\r' ? "\r"
                                                                           : "\n";
-        TextConfig::Trace trace;
-        trace.entry = [this](const DNValue& folder, const CXString& key, size_t offset) {
-            m_keys[{&folder, key}] = offset;
-        };
-        trace.close = [this](const DNValue& folder, size_t offset) { m_ends[&folder] = offset; };
-        TextConfig::Parse(text.data(), text.size(), *m_root, &trace);
+        m_document.Read(text);
     }
 
     bool Run(CXString& out, CXString& problem) {
-        const DNValueRef streams = m_root->Get("streams");
+        const DNValueRef streams = m_document.GetRoot()->Get("streams");
         const DNValueRef stream = streams->Get(m_build.streamId);
         if (!stream->IsFolder()) {
             problem = CXString::Format("there is no stream '%s'", m_build.streamId.GetData());
             return false;
         }
         const CXString indent =
-            CXString::Format("%s%s", IndentOf(*streams, m_build.streamId).GetData(), kStep);
+            CXString::Format("%s%s", IndentOf(streams, m_build.streamId).GetData(), kStep);
         CXStringEdit builds;
         CXStringEdit installations;
-        if (!EditBuilds(*stream, indent, builds, problem)) {
+        if (!EditBuilds(stream, indent, builds, problem)) {
             return false;
         }
         const DNValueRef known = stream->Get("installations");
         for (const auto& [id, folder] : m_build.installations) {
-            PutEntry(*known, id, indent, {}, &folder, installations);
+            PutEntry(known, id, indent, {}, &folder, installations);
         }
-        Insert(*stream, "builds", indent, builds);
-        Insert(*stream, "installations", indent, installations);
+        Insert(stream, "builds", indent, builds);
+        Insert(stream, "installations", indent, installations);
 
         std::stable_sort(m_changes.begin(), m_changes.end(),
                          [](const Change& a, const Change& b) { return a.begin < b.begin; });
@@ -72,10 +65,10 @@ public:
 private:
     using Lines = std::vector<std::pair<const char*, CXString>>;
 
-    bool EditBuilds(const DNValue& stream, const CXString& indent, CXStringEdit& added,
+    bool EditBuilds(const DNValueRef& stream, const CXString& indent, CXStringEdit& added,
                     CXString& problem) {
-        const DNValueRef builds = stream.Get("builds");
-        if (m_keys.count({builds.Get(), m_build.name}) != 0) {
+        const DNValueRef builds = stream->Get("builds");
+        if (m_document.GetLine(builds, m_build.name) != 0) {
             problem = CXString::Format("stream '%s' holds a build '%s' already",
                                        m_build.streamId.GetData(), m_build.name.GetData());
             return false;
@@ -94,26 +87,26 @@ private:
                     identity.emplace_back(key, value);
                 }
             }
-            PutEntry(*builds, name, indent, identity, &folder, added);
+            PutEntry(builds, name, indent, identity, &folder, added);
         }
-        PutEntry(*builds, m_build.name, indent, {{"anchor-checksum", m_build.anchorChecksum}},
+        PutEntry(builds, m_build.name, indent, {{"anchor-checksum", m_build.anchorChecksum}},
                  nullptr, added);
         return true;
     }
 
     /// Writes an entry over the one that the folder has, or else into `added`. `patch` is the
     /// folder of a patch, or null.
-    void PutEntry(const DNValue& folder, const CXString& name, const CXString& outer, Lines lines,
-                  const CXString* patch, CXStringEdit& added) {
+    void PutEntry(const DNValueRef& folder, const CXString& name, const CXString& outer,
+                  Lines lines, const CXString* patch, CXStringEdit& added) {
         if (patch != nullptr) {
             lines.emplace_back("control",
                                CXString::Format("%s/patch-control.txt", patch->GetData()));
             lines.emplace_back("data", CXString::Format("%s/patch-data.bin", patch->GetData()));
             lines.emplace_back("description", m_build.description);
         }
-        const auto key = m_keys.find({&folder, name});
-        const auto end = m_ends.find(folder.Get(name).Get());
-        const bool isThere = key != m_keys.end() && end != m_ends.end();
+        const size_t key = m_document.GetOffset(folder, name);
+        const size_t end = m_document.GetEndOffset(folder->Get(name));
+        const bool isThere = key != kNowhere && end != kNowhere;
         const CXString indent =
             isThere ? IndentOf(folder, name) : CXString::Format("%s%s", outer.GetData(), kStep);
         CXStringEdit entry;
@@ -126,28 +119,28 @@ private:
         }
         entry.AppendFormat("%s}", indent.GetData());
         if (isThere) {
-            m_changes.push_back({key->second, end->second + 1, entry.ToString()});
+            m_changes.push_back({key, end + 1, entry.ToString()});
         } else {
             added.AppendFormat("%s%s%s", indent.GetData(), entry.ToString().GetData(), m_lineEnd);
         }
     }
 
     /// Puts entries at the end of the stream's folder of this name, which is made if missing.
-    void Insert(const DNValue& stream, const char* name, const CXString& indent,
+    void Insert(const DNValueRef& stream, const char* name, const CXString& indent,
                 const CXStringEdit& entries) {
         if (entries.IsEmpty()) {
             return;
         }
-        const auto end = m_ends.find(stream.Get(name).Get());
-        if (end != m_ends.end()) {
-            InsertBefore(end->second, entries.View());
+        const size_t end = m_document.GetEndOffset(stream->Get(name));
+        if (end != kNowhere) {
+            InsertBefore(end, entries.View());
             return;
         }
         CXStringEdit folder;
         folder.AppendFormat("%s%s%s%s{%s%s%s}%s", indent.GetData(), name, m_lineEnd,
                             indent.GetData(), m_lineEnd, entries.ToString().GetData(),
                             indent.GetData(), m_lineEnd);
-        InsertBefore(m_ends[&stream], folder.View());
+        InsertBefore(m_document.GetEndOffset(stream), folder.View());
     }
 
     /// Lines go before the line of a closing brace that stands alone, others before the brace.
@@ -168,8 +161,8 @@ private:
         return end == absl::string_view::npos ? 0 : end + 1;
     }
 
-    CXString IndentOf(const DNValue& folder, const CXString& name) const {
-        const size_t key = m_keys.at({&folder, name});
+    CXString IndentOf(const DNValueRef& folder, const CXString& name) const {
+        const size_t key = m_document.GetOffset(folder, name);
         const absl::string_view before = m_text.substr(LineStart(key), key - LineStart(key));
         return CXString(before.substr(0, std::min(before.find_first_not_of(" \t"), before.size())));
     }
@@ -183,9 +176,7 @@ private:
     absl::string_view m_text;
     const VelPatchNewBuild& m_build;
     const char* m_lineEnd;
-    DNValueRef m_root;
-    std::map<std::pair<const DNValue*, CXString>, size_t> m_keys; ///< where each begins
-    std::map<const DNValue*, size_t> m_ends;                      ///< closing braces
+    VelPatchConfigDocument m_document;
     std::vector<Change> m_changes;
 };
 

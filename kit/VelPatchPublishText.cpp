@@ -1,55 +1,30 @@
 #include "kit/VelPatchPublishText.h"
 
 #include "dn/DNMemoryValue.h"
-#include "dn/TextConfig.h"
 
 #include <algorithm>
 
 VelPatchPublishText::VelPatchPublishText(const CXString& fileName, absl::string_view text)
-    : m_fileName(fileName), m_root(new DNMemoryValue) {
-    for (size_t i = 0; i < text.size(); ++i) {
-        const bool isPair = text[i] == '\r' && i + 1 < text.size() && text[i + 1] == '\n';
-        if ((text[i] == '\n' || text[i] == '\r') && !isPair) {
-            m_lines.push_back(i + 1);
-        }
+    : m_fileName(fileName) {
+    m_document.Read(text);
+    for (const VelPatchConfigDocument::Repeat& repeat : m_document.GetRepeats()) {
+        ComplainAt(repeat.line, CXString::Format("'%s' stands in line %d already",
+                                                 repeat.key.GetData(), repeat.firstLine));
     }
-    TextConfig::Trace trace;
-    // A folder that is dropped could lend its address to a later one: all are held until the end.
-    std::vector<DNValueRef> held;
-    trace.entry = [this, &held](const DNValue& folder, const CXString& key, size_t offset) {
-        if (held.empty() || held.back().Get() != &folder) {
-            held.emplace_back(const_cast<DNValue*>(&folder));
-        }
-        const int line = LineOf(offset);
-        const auto [place, isNew] = m_places.emplace(std::make_pair(&folder, key), line);
-        if (!isNew) {
-            Complain(
-                CXString::Format("%s:%d", m_fileName.GetData(), line),
-                CXString::Format("'%s' stands in line %d already", key.GetData(), place->second));
-        }
-    };
-    TextConfig::Parse(text.data(), text.size(), *m_root, &trace);
-    const std::pair<size_t, const char*> ends[] = {
-        {trace.strayBrace, "a closing brace that closes nothing"},
-        {trace.openText, "a text that begins here is never closed"},
-        {trace.openFolder, "a brace that is opened here is never closed"},
-    };
-    for (const auto& [offset, words] : ends) {
-        if (offset != TextConfig::Trace::kNowhere) {
-            Complain(CXString::Format("%s:%d", m_fileName.GetData(), LineOf(offset)), words);
-        }
-    }
+    ComplainAt(m_document.GetStrayBraceLine(), "a closing brace that closes nothing");
+    ComplainAt(m_document.GetOpenTextLine(), "a text that begins here is never closed");
+    ComplainAt(m_document.GetOpenFolderLine(), "a brace that is opened here is never closed");
 }
 
-int VelPatchPublishText::LineOf(size_t offset) const {
-    return static_cast<int>(std::upper_bound(m_lines.begin(), m_lines.end(), offset) -
-                            m_lines.begin()) +
-           1;
+void VelPatchPublishText::ComplainAt(size_t line, const CXString& words) {
+    if (line != 0) {
+        Complain(CXString::Format("%s:%d", m_fileName.GetData(), line), words);
+    }
 }
 
 VelPatchPublishText::Entry VelPatchPublishText::GetRoot() const {
     Entry root;
-    root.value = m_root;
+    root.value = m_document.GetRoot();
     return root;
 }
 
@@ -61,13 +36,13 @@ VelPatchPublishText::Entry VelPatchPublishText::MakeEntry(const Entry& parent, c
     entry.keys = parent.keys.IsEmpty()
                      ? name
                      : CXString::Format("%s/%s", parent.keys.GetData(), name.GetData());
-    const auto found = m_places.find({parent.value.Get(), name});
-    entry.line = found != m_places.end() ? found->second : parent.line;
+    const size_t line = m_document.GetLine(parent.value, name);
+    entry.line = line != 0 ? line : parent.line;
     return entry;
 }
 
 VelPatchPublishText::Entry VelPatchPublishText::GetFolder(const Entry& parent, const char* key) {
-    if (m_places.count({parent.value.Get(), CXString(key)}) != 0) {
+    if (m_document.GetLine(parent.value, key) != 0) {
         const Entry entry = MakeEntry(parent, CXString(key), parent.value->Get(key));
         if (entry.IsFolder()) {
             return entry;
@@ -137,7 +112,7 @@ CXString VelPatchPublishText::GetPlace(const Entry& entry) const {
 }
 
 void VelPatchPublishText::Complain(const Entry& entry, const char* key, const CXString& words) {
-    const bool isThere = key != nullptr && m_places.count({entry.value.Get(), CXString(key)}) != 0;
+    const bool isThere = key != nullptr && m_document.GetLine(entry.value, key) != 0;
     Complain(GetPlace(isThere ? MakeEntry(entry, CXString(key), DNValueRef()) : entry), words);
 }
 

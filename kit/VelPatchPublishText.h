@@ -2,11 +2,9 @@
 #pragma once
 
 #include "core/CXString.h"
-#include "dn/DNValueRef.h"
+#include "kit/VelPatchConfigDocument.h"
 
 #include <initializer_list>
-#include <map>
-#include <utility>
 #include <vector>
 
 /// Reads the text once and then answers typed questions about its keys. Whatever is wrong is kept
@@ -19,7 +17,7 @@ public:
         CXString name;
         DNValueRef value;
         CXString keys; ///< from the root to here, "/" between them
-        int line = 1;
+        size_t line = 0;
 
         bool IsFolder() const { return value->IsFolder(); }
     };
@@ -52,11 +50,9 @@ public:
 
 private:
     Entry MakeEntry(const Entry& parent, const CXString& name, const DNValueRef& value) const;
-    int LineOf(size_t offset) const;
+    void ComplainAt(size_t line, const CXString& words);
 
     CXString m_fileName;
-    std::vector<size_t> m_lines; ///< where each line begins
-    DNValueRef m_root;
-    std::map<std::pair<const DNValue*, CXString>, int> m_places; ///< line of each key
+    VelPatchConfigDocument m_document;
     std::vector<CXString> m_problems;
 };

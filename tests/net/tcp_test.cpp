@@ -5,8 +5,8 @@
 #include "core/CXTime.h"
 #include "runtime/CXGenericEventRef.h"
 #include "tests/net/SocketDriverDouble.h"
-#include "tests/net/TestServer.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/TestServer.h"
 
 #include <gtest/gtest.h>
 

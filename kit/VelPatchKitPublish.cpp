@@ -1,9 +1,9 @@
-#include "kit/VelPatchPublishCommand.h"
-
 #include "core/CXFileSystem.h"
 #include "kit/KitPlatform.h"
 #include "kit/VelPatchConsole.h"
 #include "kit/VelPatchKit.h"
+#include "kit/VelPatchKitCommands.h"
+#include "kit/VelPatchKitTools.h"
 #include "kit/VelPatchPublishEdit.h"
 #include "kit/VelPatchPublishReader.h"
 #include "kit/VelPatchPublisher.h"
@@ -20,11 +20,15 @@ CXString TextOf(const std::string& text) {
     return CXString(text.data(), text.size());
 }
 
-/// A path as a person typed it.
-CXString TypedPath(const std::string& text) {
-    return CXFileSystem::MakeAbsolute(
-        CXFileSystem::FromForeignPath(absl::string_view(text.data(), text.size())));
-}
+struct PublishOptions {
+    std::string serviceFile;
+    std::string outFolder;
+    bool prune = false;
+    std::vector<std::string> addBuild; ///< empty, or STREAM and BUILD
+    std::string anchorFile, anchorChecksum, description;
+    std::vector<std::string> patches;       ///< BUILD=FOLDER
+    std::vector<std::string> installations; ///< ID=FOLDER
+};
 
 bool ComplainAll(const std::vector<CXString>& problems, VelPatchConsole& console) {
     for (const CXString& problem : problems) {
@@ -53,8 +57,8 @@ bool ReadPairs(const std::vector<std::string>& words, const CXString& base,
     return true;
 }
 
-bool ReadNewBuild(const VelPatchPublishOptions& options, const CXString& base,
-                  VelPatchNewBuild& build, VelPatchConsole& console) {
+bool ReadNewBuild(const PublishOptions& options, const CXString& base, VelPatchNewBuild& build,
+                  VelPatchConsole& console) {
     build.streamId = TextOf(options.addBuild[0]);
     build.name = TextOf(options.addBuild[1]);
     build.description = TextOf(options.description);
@@ -74,11 +78,8 @@ bool ReadNewBuild(const VelPatchPublishOptions& options, const CXString& base,
     if (options.anchorFile.empty()) {
         return true;
     }
-    const CXString path = TypedPath(options.anchorFile);
     CXStreamFile file;
-    file.Open(path, kOpenRead);
-    if (!file.IsOpen() || !KitPlatform::IsRegularFile(path)) {
-        console.Complain(CXString::Format("'%s' can't be read", path.GetData()));
+    if (!OpenForReading(file, TypedPath(options.anchorFile), console)) {
         return false;
     }
     build.anchorChecksum = MD5OfStream(file, file.GetSize());
@@ -126,36 +127,7 @@ void ShowDone(const VelPatchPublisher& publisher, const CXString& checked,
     console.Say(checked);
 }
 
-} // namespace
-
-void DefinePublish(CLI::App& app, VelPatchPublishOptions& options) {
-    CLI::App* publish = app.add_subcommand(
-        "publish", "Make the files and the nginx configuration of a patch stream service");
-    publish->add_option("SERVICE-FILE", options.serviceFile, "Products, streams, builds, accounts")
-        ->required();
-    publish->add_option("OUT", options.outFolder, "The folder to publish into")->required();
-    publish->add_flag("--prune", options.prune,
-                      "Remove files that are on offer no more; only when nginx has read the last "
-                      "configuration");
-    CLI::Option* add = publish
-                           ->add_option("--add-build", options.addBuild,
-                                        "Add a build to the service file first: STREAM BUILD")
-                           ->expected(2);
-    publish->add_option("--anchor", options.anchorFile, "The new build's anchor file")->needs(add);
-    publish->add_option("--anchor-checksum", options.anchorChecksum, "Or its MD5")->needs(add);
-    publish
-        ->add_option("--patch", options.patches,
-                     "BUILD=FOLDER: the patch from an earlier build, as \"make\" left it")
-        ->needs(add);
-    publish
-        ->add_option("--installation", options.installations,
-                     "ID=FOLDER: the installation that this installation id gets")
-        ->needs(add);
-    publish->add_option("--description", options.description, "What players read above the patch")
-        ->needs(add);
-}
-
-int RunPublish(const VelPatchPublishOptions& options, VelPatchConsole& console) {
+int RunPublish(const PublishOptions& options, VelPatchConsole& console) {
     const CXString path = TypedPath(options.serviceFile);
     const CXString base = CXFileSystem::GetParent(path);
     const CXString fileName = CXFileSystem::GetFileName(path);
@@ -220,4 +192,36 @@ int RunPublish(const VelPatchPublishOptions& options, VelPatchConsole& console) 
     }
     ShowDone(publisher, "Published. A running nginx serves it once it is told to reload.", console);
     return kKitDone;
+}
+
+} // namespace
+
+void DefinePublish(CLI::App& app, std::vector<VelPatchKitCommand>& commands) {
+    auto options = std::make_shared<PublishOptions>();
+    CLI::App* publish = app.add_subcommand(
+        "publish", "Make the files and the nginx configuration of a patch stream service");
+    publish->add_option("SERVICE-FILE", options->serviceFile, "Products, streams, builds, accounts")
+        ->required();
+    publish->add_option("OUT", options->outFolder, "The folder to publish into")->required();
+    publish->add_flag("--prune", options->prune,
+                      "Remove files that are on offer no more; only when nginx has read the last "
+                      "configuration");
+    CLI::Option* add = publish
+                           ->add_option("--add-build", options->addBuild,
+                                        "Add a build to the service file first: STREAM BUILD")
+                           ->expected(2);
+    publish->add_option("--anchor", options->anchorFile, "The new build's anchor file")->needs(add);
+    publish->add_option("--anchor-checksum", options->anchorChecksum, "Or its MD5")->needs(add);
+    publish
+        ->add_option("--patch", options->patches,
+                     "BUILD=FOLDER: the patch from an earlier build, as \"make\" left it")
+        ->needs(add);
+    publish
+        ->add_option("--installation", options->installations,
+                     "ID=FOLDER: the installation that this installation id gets")
+        ->needs(add);
+    publish->add_option("--description", options->description, "What players read above the patch")
+        ->needs(add);
+    commands.push_back(
+        {publish, [options](VelPatchConsole& console) { return RunPublish(*options, console); }});
 }
