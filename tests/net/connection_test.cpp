@@ -6,7 +6,7 @@
 #include "runtime/CXGenericEvent.h"
 #include "runtime/CXRuntime.h"
 #include "stream/CXStreamDynamicBuffer.h"
-#include "tests/net/ScriptedServer.h"
+#include "tests/support/ScriptedServer.h"
 #include "tests/support/LogCapture.h"
 
 #include <gtest/gtest.h>

@@ -4,7 +4,7 @@
 #include "patch/PatchControl.h"
 #include "stream/CXStreamDynamicBuffer.h"
 #include "stream/CXStreamFile.h"
-#include "tests/net/WebPeers_posix.h"
+#include "tests/support/WebPeers_posix.h"
 #include "tests/support/LogCapture.h"
 
 #include <gtest/gtest.h>
