@@ -104,19 +104,24 @@ DNData InferBare(absl::string_view text) {
 /// proportion to the input and nothing else.
 class Parser {
 public:
-    explicit Parser(absl::string_view input) : m_rest(input) {}
+    Parser(absl::string_view input, TextConfig::Trace& trace)
+        : m_input(input), m_rest(input), m_trace(trace) {}
 
     /// False if input remains behind a closing brace that closes nothing.
     bool Run(DNValue& root) {
-        m_folders.push_back(&root);
+        m_folders.push_back({&root, 0});
         for (;;) {
             Skip(kBlanks);
             if (m_rest.empty()) {
+                if (m_folders.size() > 1) {
+                    m_trace.openFolder = m_folders.back().brace;
+                }
                 return true;
             }
             const char byte = m_rest[0];
             if (byte == '}') {
                 if (m_folders.size() == 1) {
+                    m_trace.strayBrace = GetOffset();
                     return false;
                 }
                 m_rest.remove_prefix(1);
@@ -134,6 +139,13 @@ public:
     }
 
 private:
+    struct Folder {
+        DNValueRef value;
+        size_t brace; ///< offset of the brace that opened it
+    };
+
+    size_t GetOffset() const { return m_input.size() - m_rest.size(); }
+
     void Skip(absl::string_view bytes) {
         const size_t first = m_rest.find_first_not_of(bytes);
         m_rest.remove_prefix(first == absl::string_view::npos ? m_rest.size() : first);
@@ -155,10 +167,12 @@ private:
     }
 
     CXString ReadQuoted() {
+        const size_t start = GetOffset();
         m_rest.remove_prefix(1);
         const size_t quote = m_rest.find('"');
         const absl::string_view first = Take(quote);
         if (m_rest.size() < 2 || m_rest[1] != '"') {
+            NoteOpenText(m_rest.empty(), start);
             Take(1);
             return CXString(first);
         }
@@ -167,12 +181,19 @@ private:
             const bool doubled = m_rest.size() > 1 && m_rest[1] == '"';
             Take(doubled ? 2 : 1);
             if (!doubled) {
-                break;
+                return edit.ToString();
             }
             edit.AppendByte('"');
             edit.Append(Take(m_rest.find('"')));
         }
+        NoteOpenText(true, start);
         return edit.ToString();
+    }
+
+    void NoteOpenText(bool isOpen, size_t start) {
+        if (isOpen) {
+            m_trace.openText = start;
+        }
     }
 
     /// "$meta" followed by a block fills the folder's meta-data; other blocks are dropped.
@@ -182,13 +203,23 @@ private:
         if (m_rest.empty() || m_rest[0] != '{') {
             return;
         }
+        OpenFolder(token == "$meta" ? m_folders.back().value->GetMeta()
+                                    : DNValueRef(new DNMemoryValue));
+    }
+
+    /// Stands on the brace.
+    void OpenFolder(const DNValueRef& value) {
+        m_folders.push_back({value, GetOffset()});
         m_rest.remove_prefix(1);
-        m_folders.push_back(token == "$meta" ? m_folders.back()->GetMeta()
-                                             : DNValueRef(new DNMemoryValue));
     }
 
     void ReadEntry() {
-        const DNData key = DNData::String(ReadToken());
+        const size_t start = GetOffset();
+        const CXString name = ReadToken();
+        if (m_trace.entry) {
+            m_trace.entry(m_folders.back().value, name, start);
+        }
+        const DNData key = DNData::String(name);
         const absl::string_view behindKey = m_rest;
         Skip(kBlanks);
         if (!m_rest.empty() && IsOneOf(m_rest[0], kLineEnds)) {
@@ -198,10 +229,9 @@ private:
                 m_rest = behindKey;
             }
         }
-        DNValue& folder = *m_folders.back();
+        DNValue& folder = *m_folders.back().value;
         if (!m_rest.empty() && m_rest[0] == '{' && (m_rest.size() == 1 || m_rest[1] != '{')) {
-            m_rest.remove_prefix(1);
-            m_folders.push_back(folder.GetOrCreateFolder(key));
+            OpenFolder(folder.GetOrCreateFolder(key));
             return;
         }
         ReadValue(folder, key);
@@ -211,8 +241,10 @@ private:
         if (!m_rest.empty() && m_rest[0] == '"') {
             folder.SetNew(key, DNData::String(ReadQuoted()));
         } else if (StartsWith(m_rest, kVerbatimStart)) {
+            const size_t start = GetOffset();
             m_rest.remove_prefix(kVerbatimStart.size());
             const absl::string_view text = Take(m_rest.find(kVerbatimEnd));
+            NoteOpenText(m_rest.empty(), start);
             Take(kVerbatimEnd.size());
             folder.SetNew(key, DNData::String(text));
         } else if (StartsWith(m_rest, kWhiteout)) {
@@ -266,14 +298,18 @@ private:
         }
     }
 
+    const absl::string_view m_input;
     absl::string_view m_rest;
-    std::vector<DNValueRef> m_folders; ///< from the root to the one being filled
+    TextConfig::Trace& m_trace;
+    std::vector<Folder> m_folders; ///< from the root to the one being filled
 };
 
 } // namespace
 
-void TextConfig::Parse(const void* data, size_t size, DNValue& root) {
-    Parser parser(absl::string_view(static_cast<const char*>(data), size));
+void TextConfig::Parse(const void* data, size_t size, DNValue& root, Trace* trace) {
+    Trace unused;
+    Parser parser(absl::string_view(static_cast<const char*>(data), size),
+                  trace != nullptr ? *trace : unused);
     if (!parser.Run(root)) {
         CXLog("TextConfig::Parse> error in data");
     }
