@@ -3,6 +3,7 @@
 #include "core/CXLocalisation.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace {
 
@@ -25,7 +26,7 @@ void AppendRate(double kibPerSecond, CXStringEdit& text) {
 void AppendCount(double count, const char* oneKey, const char* severalKey, CXStringEdit& text) {
     // A transfer that hardly moves would take longer than a number holds.
     constexpr double kMost = 1e9;
-    const auto whole = static_cast<int64_t>(std::min(count, kMost) + 0.5);
+    const auto whole = static_cast<int64_t>(std::llround(std::min(count, kMost)));
     text.Append(whole < 2 ? GetLocalisedString(oneKey) : FormatLocalisedString(severalKey, whole));
 }
 
