@@ -1,5 +1,5 @@
-// The kit's commands that look at patches, targets and configurations, cut data files up, and
-// publish.
+// The kit's commands that look at patches, targets and configurations, cut data files up,
+// publish a service, and remove a game.
 #pragma once
 
 #include <functional>
@@ -24,3 +24,5 @@ void DefineVolumes(CLI::App& app, std::vector<VelPatchKitCommand>& commands);
 void DefineConfigurationCheck(CLI::App& app, std::vector<VelPatchKitCommand>& commands);
 /// Adds "publish".
 void DefinePublish(CLI::App& app, std::vector<VelPatchKitCommand>& commands);
+/// Adds "uninstall".
+void DefineUninstall(CLI::App& app, std::vector<VelPatchKitCommand>& commands);
