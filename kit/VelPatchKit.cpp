@@ -8,9 +8,10 @@
 #include "kit/VelPatchConsole.h"
 #include "kit/VelPatchFetch.h"
 #include "kit/VelPatchFileDiff.h"
+#include "kit/VelPatchKitCommands.h"
+#include "kit/VelPatchKitTools.h"
 #include "kit/VelPatchMaker.h"
 #include "kit/VelPatchRunner.h"
-#include "net/CXURI.h"
 #include "patch/BinaryDiff.h"
 #include "patch/PatchControl.h"
 #include "patch/VelPatchTask_ApplyFilePatches.h"
@@ -29,6 +30,13 @@ Examples:
   velpatch-kit make --full game-1.1 out       an installation
   velpatch-kit apply out/patch-control.txt installed-game
                                               what a player's run does
+  velpatch-kit inspect out/patch-control.txt out/patch-data.bin
+                                              what it does, and whether its data are sound
+  velpatch-kit verify --after out/patch-control.txt installed-game
+                                              has it worked?
+  velpatch-kit split out/patch-data.bin discs --size 650M
+                                              volumes for discs
+  velpatch-kit check-config data              what is wrong with a product's configuration
   velpatch-kit diff old.pak new.pak pak.diff  one file alone ...
   velpatch-kit patch old.pak pak.diff new.pak ... and back again
   velpatch-kit fetch https://host/patch-data.bin patch-data.bin
@@ -51,12 +59,6 @@ struct KitOptions {
     bool resume = false;
     std::string answer = "no";
 };
-
-/// A path as a person typed it.
-CXString TypedPath(const std::string& text) {
-    return CXFileSystem::MakeAbsolute(
-        CXFileSystem::FromForeignPath(absl::string_view(text.data(), text.size())));
-}
 
 int ReportMakeFailure(VelPatchConsole& console, CXResult result, const CXString& problem) {
     console.Complain(problem);
@@ -116,32 +118,6 @@ int RunMake(const KitOptions& options, VelPatchConsole& console) {
     return kKitDone;
 }
 
-/// Writes a file under a name of its own and puts it in place when all went well.
-int WriteNewFile(const CXString& path, VelPatchConsole& console,
-                 const std::function<CXResult(CXStreamFile&)>& write) {
-    const CXString temporary = CXString::Format("%s.tmp", path.GetData());
-    CXStreamFile file;
-    file.Open(temporary, kOpenRead | kOpenWrite | kOpenCreate | kOpenTruncate);
-    CXResult result = CXResultCertainFailure(file.GetLastError());
-    if (file.IsOpen()) {
-        result = write(file);
-        file.Flush();
-        file.Close();
-        if (result == kCXResultOK) {
-            result = file.GetLastError();
-        }
-        if (result == kCXResultOK) {
-            result = CXFileSystem::ReplaceWithBackup(path, temporary);
-        }
-    }
-    if (result == kCXResultOK) {
-        return kKitDone;
-    }
-    CXFileSystem::DeleteFile(temporary);
-    console.Complain(CXString::Format("'%s' can't be written (result %d)", path.GetData(), result));
-    return kKitFailed;
-}
-
 int RunDiff(const KitOptions& options, VelPatchConsole& console) {
     VelPatchFileDiff diff;
     CXString problem;
@@ -161,15 +137,6 @@ int RunDiff(const KitOptions& options, VelPatchConsole& console) {
         console.PutData("new-bytes", diff.GetNewSize());
     }
     return code;
-}
-
-bool OpenForReading(CXStreamFile& file, const CXString& path, VelPatchConsole& console) {
-    file.Open(path, kOpenRead);
-    if (!file.IsOpen() || CXFileSystem::IsDirectory(path)) {
-        console.Complain(CXString::Format("'%s' can't be read", path.GetData()));
-        return false;
-    }
-    return true;
 }
 
 int RunPatchFile(const KitOptions& options, VelPatchConsole& console) {
@@ -198,30 +165,6 @@ int RunPatchFile(const KitOptions& options, VelPatchConsole& console) {
     return kKitDone;
 }
 
-/// Looks at the control file before anything starts: the task itself would take a missing one for
-/// a patch of nothing, and succeed.
-bool IsControlUsable(const CXString& path, VelPatchConsole& console) {
-    CXStreamFile file;
-    if (!OpenForReading(file, path, console)) {
-        return false;
-    }
-    file.Close();
-    PatchControl control;
-    const CXResult result =
-        LoadControlFile(CXURI(FileURIOfPath(path)), control,
-                        [&console](const CXString& line) { console.Complain(line); });
-    if (result != kCXResultOK) {
-        console.Complain(CXString::Format("'%s' is not a control file that can be used (result %d)",
-                                          path.GetData(), result));
-        return false;
-    }
-    if (control.operations.empty()) {
-        console.Complain(CXString::Format("'%s' holds no operations", path.GetData()));
-        return false;
-    }
-    return true;
-}
-
 bool AnswerPrompt(const KitOptions& options, VelPatchConsole& console, const TaskStatus& status) {
     if (KitPlatform::IsInputTerminal() && KitPlatform::IsErrorTerminal()) {
         return console.Ask(status.failureTitle, status.failureDetail, "Try again?");
@@ -239,7 +182,9 @@ bool AnswerPrompt(const KitOptions& options, VelPatchConsole& console, const Tas
 
 int RunApply(const KitOptions& options, VelPatchConsole& console) {
     const CXString control = TypedPath(options.control);
-    if (!IsControlUsable(control, console)) {
+    PatchControl stated;
+    uint64_t controlSize = 0;
+    if (!LoadTypedControl(options.control, console, stated, controlSize)) {
         return kKitUsage;
     }
     const CXString data = options.data.empty()
@@ -365,6 +310,10 @@ int RunKit(const std::vector<std::string>& arguments) {
     DefineFiles(app, options);
     DefineApply(app, options);
     DefineFetch(app, options);
+    std::vector<VelPatchKitCommand> commands;
+    DefineInspection(app, commands);
+    DefineVolumes(app, commands);
+    DefineConfigurationCheck(app, commands);
 
     std::vector<const char*> pointers;
     pointers.reserve(arguments.size());
@@ -395,6 +344,11 @@ int RunKit(const std::vector<std::string>& arguments) {
     }
     if (app.got_subcommand("fetch")) {
         return RunFetch(options, console);
+    }
+    for (const VelPatchKitCommand& command : commands) {
+        if (command.app->parsed()) {
+            return command.run(console);
+        }
     }
     return RunApply(options, console);
 }

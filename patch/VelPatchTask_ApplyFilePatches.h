@@ -110,12 +110,9 @@ private:
     // Checks (PreflightCheck.cpp).
     bool PreflightCheck(CXString& reason);
     bool CheckFreeSpace(CXString& reason);
-    bool CheckOperation(const PatchOperation& operation, CXString& reason);
-    bool CheckSource(const PatchOperation& operation, const CXString& path, CXString& reason);
 
     // Operations (ApplyOperations.cpp).
     CXString InTarget(const CXString& relativePath) const;
-    bool LeadsOutside(const PatchOperation& operation, CXString& offender) const;
     CXString CreateTemporaryFilepathFor(const CXString& path);
     void EnsureParentFolders(const CXString& path);
     bool CreateFile(const PatchOperation& operation, const CXString& destination);

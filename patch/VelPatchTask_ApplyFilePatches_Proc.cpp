@@ -4,6 +4,7 @@
 #include "core/CXText.h"
 #include "net/CXAddressMask.h"
 #include "patch/EffortSum.h"
+#include "patch/PreflightRules.h"
 #include "patch/VelPatchTask_ApplyFilePatches.h"
 #include "stream/CXStreamFile.h"
 #include "stream/CXStreamInflateAhead.h"
@@ -263,7 +264,7 @@ bool VelPatchTask_ApplyFilePatches::RunOperation(const PatchOperation& operation
     const CXString destination = InTarget(operation.destinationPath);
     LogFormat("cmd:%d %s", static_cast<uint32_t>(operation.command), destination.GetData());
     CXString offender;
-    if (LeadsOutside(operation, offender)) {
+    if (OperationLeadsOutside(m_targetFolder, operation, offender)) {
         return Fail(FormatLocalisedString("$velpatch_task_failed_unexpected_file", offender));
     }
     switch (operation.command) {

@@ -1,0 +1,85 @@
+#include "kit/VelPatchKitTools.h"
+
+#include "app/config/VelPatchConfiguration.h"
+#include "core/CXFileSystem.h"
+#include "core/CXText.h"
+#include "kit/VelPatchConsole.h"
+#include "kit/VelPatchKit.h"
+#include "net/CXAddressMask.h"
+#include "net/CXURI.h"
+#include "patch/PatchControl.h"
+#include "stream/CXStreamFile.h"
+
+CXString TypedPath(const std::string& text) {
+    return CXFileSystem::MakeAbsolute(
+        CXFileSystem::FromForeignPath(absl::string_view(text.data(), text.size())));
+}
+
+bool OpenForReading(CXStreamFile& file, const CXString& path, VelPatchConsole& console) {
+    file.Open(path, kOpenRead);
+    if (!file.IsOpen() || CXFileSystem::IsDirectory(path)) {
+        console.Complain(CXString::Format("'%s' can't be read", path.GetData()));
+        return false;
+    }
+    return true;
+}
+
+int WriteNewFile(const CXString& path, VelPatchConsole& console,
+                 const std::function<CXResult(CXStreamFile&)>& write) {
+    const CXString temporary = CXString::Format("%s.tmp", path.GetData());
+    CXStreamFile file;
+    file.Open(temporary, kOpenRead | kOpenWrite | kOpenCreate | kOpenTruncate);
+    CXResult result = CXResultCertainFailure(file.GetLastError());
+    if (file.IsOpen()) {
+        result = write(file);
+        file.Flush();
+        file.Close();
+        if (result == kCXResultOK) {
+            result = file.GetLastError();
+        }
+        if (result == kCXResultOK) {
+            result = CXFileSystem::ReplaceWithBackup(path, temporary);
+        }
+    }
+    if (result == kCXResultOK) {
+        return kKitDone;
+    }
+    CXFileSystem::DeleteFile(temporary);
+    if (result == kCXResultCancelled) {
+        console.Complain("stopped");
+        return kKitStopped;
+    }
+    console.Complain(CXString::Format("'%s' can't be written (result %d)", path.GetData(), result));
+    return kKitFailed;
+}
+
+bool LoadTypedControl(const std::string& text, VelPatchConsole& console, PatchControl& control,
+                      uint64_t& size) {
+    size = 0;
+    CXString name(text.data(), text.size());
+    CXURI uri{name.View()};
+    if (!EqualsNoCase(uri.scheme, "http") && !EqualsNoCase(uri.scheme, "https")) {
+        const CXString path = TypedPath(text);
+        CXStreamFile file;
+        if (!OpenForReading(file, path, console)) {
+            return false;
+        }
+        size = file.GetSize();
+        name = path;
+        uri = CXURI(FileURIOfPath(path));
+    } else {
+        name = MaskAddress(name);
+    }
+    const CXResult result =
+        LoadControlFile(uri, control, [&console](const CXString& line) { console.Complain(line); });
+    if (result != kCXResultOK) {
+        console.Complain(CXString::Format("'%s' is not a control file that can be used (result %d)",
+                                          name.GetData(), result));
+        return false;
+    }
+    if (control.operations.empty()) {
+        console.Complain(CXString::Format("'%s' holds no operations", name.GetData()));
+        return false;
+    }
+    return true;
+}

@@ -1,0 +1,30 @@
+// What several commands of the kit share: paths and files that the command line names.
+#pragma once
+
+#include "core/CXResult.h"
+#include "core/CXString.h"
+
+#include <functional>
+#include <string>
+
+class CXStreamFile;
+class VelPatchConsole;
+struct PatchControl;
+
+/// A path as a person typed it, absolute.
+CXString TypedPath(const std::string& text);
+
+/// Opens a file; complains about one that can't be read, or a folder.
+bool OpenForReading(CXStreamFile& file, const CXString& path, VelPatchConsole& console);
+
+/// Writes a file under a name of its own and puts it in place when all went well; on failure
+/// nothing is left, and a file that was there stays. Answers the kit's exit code.
+int WriteNewFile(const CXString& path, VelPatchConsole& console,
+                 const std::function<CXResult(CXStreamFile&)>& write);
+
+/// Reads a control file named by a path or by an http or https address, and complains about one
+/// that can't be used. One that is missing or holds no operations is no use either: the patch task
+/// would take it for a patch of nothing, and succeed. `size` is that of the file in bytes, 0 if it
+/// isn't known.
+bool LoadTypedControl(const std::string& text, VelPatchConsole& console, PatchControl& control,
+                      uint64_t& size);
