@@ -253,7 +253,7 @@ private:
         if (!IsRepeating(key)) {
             return folder.FindOrCreate(key);
         }
-        const DNIteratorRef added = folder.End();
+        DNIteratorRef added = folder.End();
         added->SetKey(key);
         return added;
     }
