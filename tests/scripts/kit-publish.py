@@ -378,6 +378,31 @@ def check_refusals(test):
     test.expect("modes", modes, {"nginx": 0o700, "velpatch-http.conf": 0o600})
 
 
+def check_hashed(test):
+    """The same logins, with digests in the server's hands."""
+    text = (test.folder / "service.txt").read_text(encoding="utf-8")
+    test.write("service.txt", "hash-passwords true\n" + text)
+    test.kit("publish", "service.txt", "out")
+    test.server.send_signal(signal.SIGHUP)
+    other = f"u=ada&p={escape('p&w=+% é', '%%%02X')}&id=works.rowan&iid=x"
+    for _ in range(500):
+        if "invalid" in test.ask("rollstockstreamcheck", other):
+            break
+        time.sleep(0.02)
+    password = escape("p&w=+% é")
+    for login, wanted in ((f"u=ada&p={password}", None), (f"u=Ada&p={password}", "no-patch-streams"),
+                          (f"u=%61d%61&p={password}", None),
+                          (f"u={escape(HOSTILE)}&p={escape(HOSTILE)}", "no-products-owned"),
+                          (f"u=ADA&p={password}", "invalid-myrollstock-details"),
+                          (f"u=ada&p={escape(HOSTILE)}", "invalid-myrollstock-details"),
+                          ("u=none&p=", "login_details_not_received"),
+                          (f"u=&p={password}", "login_details_not_received"),
+                          ("u=none&p=x", "invalid-myrollstock-details")):
+        wanted = error(wanted) if wanted else 'good 1\nstream "live Live  ""Stream"" {};"\n' \
+            'default-stream "live"\n'
+        test.stream_check(login + "&id=works.rowan&iid=rowan-2", wanted)
+
+
 def main():
     with tempfile.TemporaryDirectory() as name:
         test = Test(pathlib.Path(name).resolve())
@@ -400,6 +425,7 @@ def main():
             check_files(test, build1)
             check_new_build(test, build1)
             check_refusals(test)
+            check_hashed(test)
         finally:
             test.stop()
         if test.failures:
