@@ -3,7 +3,6 @@
 #include "app/config/VelPatchConfiguration.h"
 #include "core/CXFileSystem.h"
 #include "core/CXLocalisation.h"
-#include "core/CXTime.h"
 #include "kit/KitPlatform.h"
 #include "kit/VelPatchConsole.h"
 #include "kit/VelPatchFetch.h"
@@ -21,15 +20,13 @@
 
 namespace {
 
-// Between a prompt and the retry that --answer promised; the cause needs time to go away.
-constexpr uint32_t kRetryPauseMilliseconds = 1000;
-
 constexpr const char* kExamples = R"(
 Examples:
   velpatch-kit make game-1.0 game-1.1 out     the patch from one build to the next
   velpatch-kit make --full game-1.1 out       an installation
   velpatch-kit apply out/patch-control.txt installed-game
                                               what a player's run does
+  velpatch-kit uninstall installed-game       ... and how the game goes again
   velpatch-kit inspect out/patch-control.txt out/patch-data.bin
                                               what it does, and whether its data are sound
   velpatch-kit verify --after out/patch-control.txt installed-game
@@ -41,6 +38,7 @@ Examples:
   velpatch-kit patch old.pak pak.diff new.pak ... and back again
   velpatch-kit fetch https://host/patch-data.bin patch-data.bin
                                               try a server
+  velpatch-kit publish service.txt out        a patch stream service for nginx
 
 "make" leaves patch-control.txt and patch-data.bin in OUT. Results go to standard output, one
 "name<tab>value" a line; words go to standard error.
@@ -165,21 +163,6 @@ int RunPatchFile(const KitOptions& options, VelPatchConsole& console) {
     return kKitDone;
 }
 
-bool AnswerPrompt(const KitOptions& options, VelPatchConsole& console, const TaskStatus& status) {
-    if (KitPlatform::IsInputTerminal() && KitPlatform::IsErrorTerminal()) {
-        return console.Ask(status.failureTitle, status.failureDetail, "Try again?");
-    }
-    console.Complain(status.failureTitle);
-    if (!status.failureDetail.IsEmpty()) {
-        console.Complain(status.failureDetail);
-    }
-    if (options.answer != "retry") {
-        return false;
-    }
-    CXSleep(kRetryPauseMilliseconds);
-    return true;
-}
-
 int RunApply(const KitOptions& options, VelPatchConsole& console) {
     const CXString control = TypedPath(options.control);
     PatchControl stated;
@@ -201,18 +184,7 @@ int RunApply(const KitOptions& options, VelPatchConsole& console) {
         return kKitUsage;
     }
 
-    VelPatchWatcher watcher;
-    watcher.status = [&](const TaskStatus& status) {
-        if (!status.statusText.IsEmpty()) {
-            console.ShowProgress(status.statusText, status.state == kTaskStateMeasured
-                                                        ? static_cast<double>(status.fraction)
-                                                        : -1);
-        }
-    };
-    watcher.prompt = [&](const TaskStatus& status) {
-        return AnswerPrompt(options, console, status);
-    };
-    watcher.isStopped = KitPlatform::IsInterrupted;
+    const VelPatchWatcher watcher = WatchOnConsole(console, options.answer == "retry");
     TaskStatus last;
     const VelPatchOutcome outcome = RunPatch(control, data, target, watcher, last);
     console.EndProgress();
@@ -314,6 +286,8 @@ int RunKit(const std::vector<std::string>& arguments) {
     DefineInspection(app, commands);
     DefineVolumes(app, commands);
     DefineConfigurationCheck(app, commands);
+    DefinePublish(app, commands);
+    DefineUninstall(app, commands);
 
     std::vector<const char*> pointers;
     pointers.reserve(arguments.size());

@@ -3,12 +3,22 @@
 #include "app/config/VelPatchConfiguration.h"
 #include "core/CXFileSystem.h"
 #include "core/CXText.h"
+#include "core/CXTime.h"
+#include "kit/KitPlatform.h"
 #include "kit/VelPatchConsole.h"
 #include "kit/VelPatchKit.h"
+#include "kit/VelPatchRunner.h"
 #include "net/CXAddressMask.h"
 #include "net/CXURI.h"
 #include "patch/PatchControl.h"
 #include "stream/CXStreamFile.h"
+
+namespace {
+
+// Between a prompt and the retry that was promised for it; the cause needs time to go away.
+constexpr uint32_t kRetryPauseMilliseconds = 1000;
+
+} // namespace
 
 CXString TypedPath(const std::string& text) {
     return CXFileSystem::MakeAbsolute(
@@ -82,4 +92,30 @@ bool LoadTypedControl(const std::string& text, VelPatchConsole& console, PatchCo
         return false;
     }
     return true;
+}
+
+VelPatchWatcher WatchOnConsole(VelPatchConsole& console, bool retries) {
+    VelPatchWatcher watcher;
+    watcher.status = [&console](const TaskStatus& status) {
+        if (!status.statusText.IsEmpty()) {
+            console.ShowProgress(status.statusText, status.state == kTaskStateMeasured
+                                                        ? static_cast<double>(status.fraction)
+                                                        : -1);
+        }
+    };
+    watcher.prompt = [&console, retries](const TaskStatus& status) {
+        if (KitPlatform::IsInputTerminal() && KitPlatform::IsErrorTerminal()) {
+            return console.Ask(status.failureTitle, status.failureDetail, "Try again?");
+        }
+        console.Complain(status.failureTitle);
+        if (!status.failureDetail.IsEmpty()) {
+            console.Complain(status.failureDetail);
+        }
+        if (retries) {
+            CXSleep(kRetryPauseMilliseconds);
+        }
+        return retries;
+    };
+    watcher.isStopped = KitPlatform::IsInterrupted;
+    return watcher;
 }

@@ -1,4 +1,5 @@
-// What several commands of the kit share: paths and files that the command line names.
+// What several commands of the kit share: paths and files that the command line names, and tasks
+// that are watched on the console.
 #pragma once
 
 #include "core/CXResult.h"
@@ -10,6 +11,7 @@
 class CXStreamFile;
 class VelPatchConsole;
 struct PatchControl;
+struct VelPatchWatcher;
 
 /// A path as a person typed it, absolute.
 CXString TypedPath(const std::string& text);
@@ -28,3 +30,8 @@ int WriteNewFile(const CXString& path, VelPatchConsole& console,
 /// isn't known.
 bool LoadTypedControl(const std::string& text, VelPatchConsole& console, PatchControl& control,
                       uint64_t& size);
+
+/// Shows a task's progress on the console and lets Ctrl-C stop it. Its prompts are asked on a
+/// terminal; without one the answer is no, or after a second yes if `retries`. The console must
+/// outlive the watcher.
+VelPatchWatcher WatchOnConsole(VelPatchConsole& console, bool retries);
