@@ -126,6 +126,9 @@ public:
                     m_trace.strayBrace = GetOffset();
                     return false;
                 }
+                if (m_trace.close) {
+                    m_trace.close(m_folders.back().value, GetOffset());
+                }
                 m_rest.remove_prefix(1);
                 m_folders.pop_back();
             } else if (byte == ';') {
@@ -250,7 +253,7 @@ private:
         if (!IsRepeating(key)) {
             return folder.FindOrCreate(key);
         }
-        const DNIteratorRef added = folder.End();
+        DNIteratorRef added = folder.End();
         added->SetKey(key);
         return added;
     }

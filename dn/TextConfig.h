@@ -24,6 +24,8 @@ struct Trace {
     /// Called for each entry as it is met, with its folder and where its key begins; also in blocks
     /// that are dropped. May be unset.
     std::function<void(const DNValueRef& folder, const CXString& key, size_t offset)> entry;
+    /// Called where a folder's closing brace stands. May be unset.
+    std::function<void(const DNValueRef& folder, size_t offset)> close;
     size_t strayBrace = kNowhere; ///< a closing brace that closes nothing; nothing is read from it
     size_t openFolder = kNowhere; ///< the innermost brace that is never closed
     size_t openText = kNowhere;   ///< a quote, or "{{{", that is never closed

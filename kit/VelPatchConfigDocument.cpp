@@ -26,32 +26,49 @@ std::vector<size_t> FindLineStarts(absl::string_view text) {
 } // namespace
 
 CXResult VelPatchConfigDocument::Load(const CXString& path) {
-    m_root = new DNMemoryValue;
     CXStringEdit text;
     const CXResult result = ReadWholeFile(path, text, kLargestFile);
-    if (result != kCXResultOK) {
-        return result;
+    if (result == kCXResultOK) {
+        Read(text);
+    } else {
+        m_root = new DNMemoryValue;
     }
+    return result;
+}
+
+void VelPatchConfigDocument::Read(absl::string_view text) {
+    m_root = new DNMemoryValue;
     m_lineStarts = FindLineStarts(text);
     m_trace.entry = [this](const DNValueRef& folder, const CXString& key, size_t offset) {
-        const size_t line = LineAt(offset);
         if (m_folders.empty() || m_folders.back() != folder) {
             m_folders.push_back(folder);
         }
-        const auto [entry, isNew] = m_lines.try_emplace({folder.Get(), key}, line);
+        const auto [entry, isNew] = m_keys.try_emplace({folder.Get(), key}, offset);
         if (!isNew) {
-            m_repeats.push_back({key, line, entry->second});
-            entry->second = line;
+            m_repeats.push_back({key, LineAt(offset), LineAt(entry->second)});
+            entry->second = offset;
         }
     };
-    TextConfig::Parse(text.GetData(), text.GetLength(), *m_root, &m_trace);
+    m_trace.close = [this](const DNValueRef& folder, size_t offset) {
+        m_ends[folder.Get()] = offset;
+    };
+    TextConfig::Parse(text.data(), text.size(), *m_root, &m_trace);
     m_trace.entry = nullptr;
-    return kCXResultOK;
+    m_trace.close = nullptr;
+}
+
+size_t VelPatchConfigDocument::GetOffset(const DNValueRef& folder, const CXString& key) const {
+    const auto found = m_keys.find({folder.Get(), key});
+    return found != m_keys.end() ? found->second : TextConfig::Trace::kNowhere;
+}
+
+size_t VelPatchConfigDocument::GetEndOffset(const DNValueRef& folder) const {
+    const auto found = m_ends.find(folder.Get());
+    return found != m_ends.end() ? found->second : TextConfig::Trace::kNowhere;
 }
 
 size_t VelPatchConfigDocument::GetLine(const DNValueRef& folder, const CXString& key) const {
-    const auto found = m_lines.find({folder.Get(), key});
-    return found != m_lines.end() ? found->second : 0;
+    return LineAt(GetOffset(folder, key));
 }
 
 size_t VelPatchConfigDocument::LineAt(size_t offset) const {

@@ -3,7 +3,6 @@
 #include "app/config/VelPatchConfiguration.h"
 #include "core/CXFileSystem.h"
 #include "core/CXLocalisation.h"
-#include "core/CXTime.h"
 #include "kit/KitPlatform.h"
 #include "kit/VelPatchConsole.h"
 #include "kit/VelPatchFetch.h"
@@ -12,6 +11,7 @@
 #include "kit/VelPatchKitTools.h"
 #include "kit/VelPatchMaker.h"
 #include "kit/VelPatchRunner.h"
+#include "net/CXURI.h"
 #include "patch/BinaryDiff.h"
 #include "patch/PatchControl.h"
 #include "patch/VelPatchTask_ApplyFilePatches.h"
@@ -21,15 +21,13 @@
 
 namespace {
 
-// Between a prompt and the retry that --answer promised; the cause needs time to go away.
-constexpr uint32_t kRetryPauseMilliseconds = 1000;
-
 constexpr const char* kExamples = R"(
 Examples:
   velpatch-kit make game-1.0 game-1.1 out     the patch from one build to the next
   velpatch-kit make --full game-1.1 out       an installation
   velpatch-kit apply out/patch-control.txt installed-game
                                               what a player's run does
+  velpatch-kit uninstall installed-game       ... and how the game goes again
   velpatch-kit inspect out/patch-control.txt out/patch-data.bin
                                               what it does, and whether its data are sound
   velpatch-kit verify --after out/patch-control.txt installed-game
@@ -41,6 +39,7 @@ Examples:
   velpatch-kit patch old.pak pak.diff new.pak ... and back again
   velpatch-kit fetch https://host/patch-data.bin patch-data.bin
                                               try a server
+  velpatch-kit publish service.txt out        a patch stream service for nginx
 
 "make" leaves patch-control.txt and patch-data.bin in OUT. Results go to standard output, one
 "name<tab>value" a line; words go to standard error.
@@ -165,34 +164,19 @@ int RunPatchFile(const KitOptions& options, VelPatchConsole& console) {
     return kKitDone;
 }
 
-bool AnswerPrompt(const KitOptions& options, VelPatchConsole& console, const TaskStatus& status) {
-    if (KitPlatform::IsInputTerminal() && KitPlatform::IsErrorTerminal()) {
-        return console.Ask(status.failureTitle, status.failureDetail, "Try again?");
-    }
-    console.Complain(status.failureTitle);
-    if (!status.failureDetail.IsEmpty()) {
-        console.Complain(status.failureDetail);
-    }
-    if (options.answer != "retry") {
-        return false;
-    }
-    CXSleep(kRetryPauseMilliseconds);
-    return true;
-}
-
 int RunApply(const KitOptions& options, VelPatchConsole& console) {
-    const CXString control = TypedPath(options.control);
     PatchControl stated;
     uint64_t controlSize = 0;
     if (!LoadTypedControl(options.control, console, stated, controlSize)) {
         return kKitUsage;
     }
-    const CXString data = options.data.empty()
-                              ? CXFileSystem::Join(CXFileSystem::GetParent(control), kPatchDataName)
-                              : TypedPath(options.data);
-    if (!CXFileSystem::Exists(data) || CXFileSystem::IsDirectory(data)) {
-        console.Complain(
-            CXString::Format("the data file '%s' is missing; name it with --data", data.GetData()));
+    // Without a name of its own the data file lies beside the control file.
+    const CXString beside =
+        CXFileSystem::Join(CXFileSystem::GetParent(options.control), kPatchDataName);
+    const std::string data = options.data.empty() ? beside.GetData() : options.data;
+    if (!IsWebAddress(data) && !KitPlatform::IsRegularFile(TypedPath(data))) {
+        console.Complain(CXString::Format("the data file '%s' is missing; name it with --data",
+                                          TypedPath(data).GetData()));
         return kKitUsage;
     }
     const CXString target = TypedPath(options.target);
@@ -201,20 +185,10 @@ int RunApply(const KitOptions& options, VelPatchConsole& console) {
         return kKitUsage;
     }
 
-    VelPatchWatcher watcher;
-    watcher.status = [&](const TaskStatus& status) {
-        if (!status.statusText.IsEmpty()) {
-            console.ShowProgress(status.statusText, status.state == kTaskStateMeasured
-                                                        ? static_cast<double>(status.fraction)
-                                                        : -1);
-        }
-    };
-    watcher.prompt = [&](const TaskStatus& status) {
-        return AnswerPrompt(options, console, status);
-    };
-    watcher.isStopped = KitPlatform::IsInterrupted;
+    const VelPatchWatcher watcher = WatchOnConsole(console, options.answer == "retry");
     TaskStatus last;
-    const VelPatchOutcome outcome = RunPatch(control, data, target, watcher, last);
+    const VelPatchOutcome outcome =
+        RunPatch(TypedAddress(options.control), TypedAddress(data), target, watcher, last);
     console.EndProgress();
     const CXString log = VelPatchTask_ApplyFilePatches::GetLogFilePath();
     console.PutData("log", log);
@@ -236,9 +210,6 @@ int RunFetch(const KitOptions& options, VelPatchConsole& console) {
     fetching.address = CXString(options.address.data(), options.address.size());
     fetching.path = TypedPath(options.file);
     fetching.resume = options.resume;
-    if (!options.trustFile.empty()) {
-        fetching.trustFile = TypedPath(options.trustFile);
-    }
     fetching.proxy = CXString(options.proxy.data(), options.proxy.size());
     return FetchFile(fetching, console);
 }
@@ -267,9 +238,10 @@ void DefineFiles(CLI::App& app, KitOptions& options) {
 
 void DefineApply(CLI::App& app, KitOptions& options) {
     CLI::App* apply = app.add_subcommand("apply", "Apply a patch to an installed game");
-    apply->add_option("CONTROL", options.control, "The control file")->required();
+    apply->add_option("CONTROL", options.control, "The control file, or its address")->required();
     apply->add_option("TARGET", options.target, "The game's folder")->required();
-    apply->add_option("--data", options.data, "The data file (default: patch-data.bin beside it)");
+    apply->add_option("--data", options.data,
+                      "The data file or its address (default: patch-data.bin beside it)");
     apply
         ->add_option("--answer", options.answer,
                      "Answer to questions when there is no terminal: retry or no")
@@ -282,8 +254,6 @@ void DefineFetch(CLI::App& app, KitOptions& options) {
     fetch->add_option("URI", options.address, "An http or https address")->required();
     fetch->add_option("FILE", options.file, "The file to write")->required();
     fetch->add_flag("--resume", options.resume, "Ask for what an existing file lacks");
-    fetch->add_option("--ca", options.trustFile,
-                      "PEM file of trusted roots (default: data/openssl.crt beside the program)");
     fetch->add_option("--proxy", options.proxy, "HOST:PORT of an HTTP proxy");
 }
 
@@ -304,6 +274,9 @@ int RunKit(const std::vector<std::string>& arguments) {
     app.set_version_flag("--version", "velpatch-kit " VELPATCH_VERSION);
     app.add_flag("-q,--quiet", options.quiet, "Show problems alone");
     app.add_flag("-v,--verbose", options.verbose, "Show the log's lines too");
+    app.add_option("--ca", options.trustFile,
+                   "PEM file of roots that https addresses are trusted by (default: "
+                   "data/openssl.crt beside the program)");
     app.require_subcommand(1);
     app.fallthrough(); // --quiet may stand behind the command
     DefineMake(app, options);
@@ -314,6 +287,8 @@ int RunKit(const std::vector<std::string>& arguments) {
     DefineInspection(app, commands);
     DefineVolumes(app, commands);
     DefineConfigurationCheck(app, commands);
+    DefinePublish(app, commands);
+    DefineUninstall(app, commands);
 
     std::vector<const char*> pointers;
     pointers.reserve(arguments.size());
@@ -333,6 +308,9 @@ int RunKit(const std::vector<std::string>& arguments) {
     VelPatchConsole console(showing);
     KitPlatform::CatchInterrupts();
     LoadApplicationConfiguration();
+    if (!options.trustFile.empty() && !TrustTypedFile(options.trustFile, console)) {
+        return kKitUsage;
+    }
     if (app.got_subcommand("make")) {
         return RunMake(options, console);
     }

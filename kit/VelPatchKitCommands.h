@@ -1,4 +1,5 @@
-// The kit's commands that look at patches, targets and configurations, and cut data files up.
+// The kit's commands that look at patches, targets and configurations, cut data files up,
+// publish a service, and remove a game.
 #pragma once
 
 #include <functional>
@@ -21,3 +22,7 @@ void DefineInspection(CLI::App& app, std::vector<VelPatchKitCommand>& commands);
 void DefineVolumes(CLI::App& app, std::vector<VelPatchKitCommand>& commands);
 /// Adds "check-config".
 void DefineConfigurationCheck(CLI::App& app, std::vector<VelPatchKitCommand>& commands);
+/// Adds "publish".
+void DefinePublish(CLI::App& app, std::vector<VelPatchKitCommand>& commands);
+/// Adds "uninstall".
+void DefineUninstall(CLI::App& app, std::vector<VelPatchKitCommand>& commands);

@@ -1,4 +1,5 @@
-// What several commands of the kit share: paths and files that the command line names.
+// What several commands of the kit share: paths and files that the command line names, and tasks
+// that are watched on the console.
 #pragma once
 
 #include "core/CXResult.h"
@@ -8,11 +9,21 @@
 #include <string>
 
 class CXStreamFile;
+class CXURI;
 class VelPatchConsole;
 struct PatchControl;
+struct VelPatchWatcher;
 
 /// A path as a person typed it, absolute.
 CXString TypedPath(const std::string& text);
+
+/// Whether the text is an http or https address rather than a path.
+bool IsWebAddress(absl::string_view text);
+/// The address itself, or the "file:" address of a path as a person typed it.
+CXURI TypedAddress(const std::string& text);
+/// Trusts the roots in this file in place of those beside the program; complains about a file that
+/// holds none.
+bool TrustTypedFile(const std::string& text, VelPatchConsole& console);
 
 /// Opens a file; complains about one that can't be read, or a folder.
 bool OpenForReading(CXStreamFile& file, const CXString& path, VelPatchConsole& console);
@@ -28,3 +39,8 @@ int WriteNewFile(const CXString& path, VelPatchConsole& console,
 /// isn't known.
 bool LoadTypedControl(const std::string& text, VelPatchConsole& console, PatchControl& control,
                       uint64_t& size);
+
+/// Shows a task's progress on the console and lets Ctrl-C stop it. Its prompts are asked on a
+/// terminal; without one the answer is no, or after a second yes if `retries`. The console must
+/// outlive the watcher.
+VelPatchWatcher WatchOnConsole(VelPatchConsole& console, bool retries);

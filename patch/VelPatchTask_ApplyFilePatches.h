@@ -8,6 +8,7 @@
 #include "core/CXLock.h"
 #include "core/CXString.h"
 #include "core/CXStringEdit.h"
+#include "net/CXHTTPMessages.h"
 #include "net/CXURI.h"
 #include "patch/PatchControl.h"
 #include "patch/PatchVolumes.h"
@@ -99,13 +100,20 @@ private:
     bool CheckTarget();
     bool GetDataFile();
     bool DownloadDataFile();
-    bool DownloadPatchData(const CXURI& uri, const CXString& path, bool resume, CXString& title,
-                           CXString& detail);
     bool OpenDataFile();
     bool AssembleDataFile();
     bool RunOperations();
     bool RunOperation(const PatchOperation& operation);
     void CleanUp();
+
+    // The download (DownloadPatchData.cpp).
+    /// Fetches `uri` into the file; with `resume` what is there is kept and only the rest is asked
+    /// for. A connection that breaks is tried again, three times in all. On failure the words for
+    /// the user are in `title` and `detail`, and what has come stays in the file.
+    bool DownloadPatchData(const CXURI& uri, const CXString& path, const CXHTTPProgress& callback,
+                           CXStringEdit& title, CXStringEdit& detail, bool resume);
+    /// Shows how far a transfer is, behind `baseText`. False: end it, since the task is stopping.
+    bool FormatTransferStatus(const CXString& baseText, const CXStreamProgressCallbackData& data);
 
     // Checks (PreflightCheck.cpp).
     bool PreflightCheck(CXString& reason);

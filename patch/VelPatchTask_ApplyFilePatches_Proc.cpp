@@ -123,7 +123,8 @@ bool VelPatchTask_ApplyFilePatches::GetDataFile() {
 }
 
 bool VelPatchTask_ApplyFilePatches::DownloadDataFile() {
-    SetStatus(kTaskStateMeasured, 0.0F, DownloadText(m_control.dataSize));
+    const CXString baseText = DownloadText(m_control.dataSize);
+    SetStatus(kTaskStateMeasured, 0.0F, baseText);
     const CXString folder = CXFileSystem::GetParent(m_targetFolder);
     m_dataPath = CXFileSystem::CreateUniqueFileName(&folder, kDataFileName);
     if (m_dataPath.IsEmpty()) {
@@ -132,11 +133,14 @@ bool VelPatchTask_ApplyFilePatches::DownloadDataFile() {
         return false;
     }
     m_deleteDataAtEnd = true;
+    const CXHTTPProgress progress = [this, &baseText](const CXStreamProgressCallbackData& data) {
+        return FormatTransferStatus(baseText, data);
+    };
     bool resume = false;
-    CXString title;
-    CXString detail;
-    while (!DownloadPatchData(m_dataURI, m_dataPath, resume, title, detail)) {
-        if (!AskRetry(nullptr, title, detail)) {
+    CXStringEdit title;
+    CXStringEdit detail;
+    while (!DownloadPatchData(m_dataURI, m_dataPath, progress, title, detail, resume)) {
+        if (!AskRetry(nullptr, title.ToString(), detail.ToString())) {
             SetStatus(kTaskStateFailed, 1.0F, CXString());
             LogFailure();
             Log("Deleting downloaded installation data file.");
@@ -146,19 +150,6 @@ bool VelPatchTask_ApplyFilePatches::DownloadDataFile() {
         resume = true;
     }
     return true;
-}
-
-bool VelPatchTask_ApplyFilePatches::DownloadPatchData(const CXURI& uri, const CXString& path,
-                                                      bool /*resume*/, CXString& title,
-                                                      CXString& detail) {
-    // Not served by this build: every download fails with "not supported".
-    const CXString address = MaskAddress(uri.ToString());
-    LogFormat("VelPatchTask_ApplyFilePatches::DownloadPatchData> %s -> %s", address.GetData(),
-              path.GetData());
-    title = GetLocalisedString("$velpatch_task_failed_to_download_installation_data");
-    detail = CXString::Format("Result: %d. Path: '%s'. URL: '%s'", kCXResultNotSupported,
-                              path.GetData(), address.GetData());
-    return false;
 }
 
 bool VelPatchTask_ApplyFilePatches::OpenDataFile() {
