@@ -1,20 +1,15 @@
-// A patch stream service on a loopback port, and a product that asks it.
+// A patch stream service on a loopback port.
 #pragma once
 
-#include "app/config/VelPatchSettings.h"
-#include "tests/support/TempFolder.h"
 #include "tests/support/TestTLSServer.h"
-#include "tests/support/Text.h"
 #include "tests/support/TrustFolder.h"
 
 #include <functional>
 #include <mutex>
 #include <string>
-#include <vector>
 
 /// Replies to the stream check and to the request for a stream file with a text for each, and keeps
-/// the requests. While it lives the application folder trusts it, and holds a configuration that
-/// leads to it.
+/// the requests. While it lives the application folder trusts it.
 class ServiceServer {
 public:
     ServiceServer()
@@ -44,7 +39,6 @@ public:
     std::string GetBase() const {
         return "https://localhost:" + std::to_string(m_server.GetAddress().GetPort()) + "/";
     }
-    TempFolder& GetApplicationFolder() { return m_trust.GetFolder(); }
     int CountConnections() { return m_server.GetServer().GetConnectionCount(); }
 
 private:

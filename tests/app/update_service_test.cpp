@@ -6,6 +6,8 @@
 #include "runtime/CXWorkerHost.h"
 #include "tests/app/ServiceServer.h"
 #include "tests/runtime/runtime_test_util.h"
+#include "tests/support/TempFolder.h"
+#include "tests/support/Text.h"
 
 #include <gtest/gtest.h>
 
@@ -29,7 +31,6 @@ class UpdateService : public RuntimeTest {
 protected:
     UpdateService() {
         folder.WriteFile("game/bin/game.bin", kAnchor);
-        SetSettingsBaseFolder(folder.Path("user"));
         configuration.serviceBase = server.GetBase().c_str();
         configuration.targetPath = folder.Path("game");
         configuration.anchorFile = "bin/game.bin";
@@ -39,32 +40,7 @@ protected:
         settings.password = "pw";
         settings.streamId = "42";
     }
-    ~UpdateService() override {
-        SetCommandLineHooks({});
-        SetSettingsBaseFolder(CXString());
-        GetProcessSettings().target.Clear();
-        GetProcessSettings().settingsOverridden = false;
-    }
-
     static std::string Build() { return Text(CXMD5::OfBlock(kAnchor, sizeof kAnchor - 1)); }
-
-    /// A whole run without a window, from its command line to its exit code.
-    int CheckForPatch(const std::string& settingsText, const char* target = "game") {
-        server.GetApplicationFolder().WriteFile(
-            "data/patch-config.txt", "application-bundle-id com.example.game\n"
-                                     "patch-anchor-file bin/game.bin\n"
-                                     "patch-is-installation 1\ninstallation-id \"inst/1\"\n"
-                                     "patch-service-base " +
-                                         server.GetBase() + "\n");
-        int code = -1;
-        SetCommandLineHooks({VelPatchUpdateService::CheckForPatch, [&](int exit) { code = exit; }});
-        const CXString cwd = CXFileSystem::GetCurrentDirectory();
-        ParseCommandLine({CXString(), "--target", folder.Path(target), "--settings",
-                          Base64Of(settingsText).c_str(), "--checkforpatch", "--locale", "de"});
-        CXFileSystem::SetCurrentDirectory(cwd);
-        EXPECT_FALSE(folder.Has("user/com.example.game/velpatch-settings.dat")) << "nothing saved";
-        return code;
-    }
 
     /// Posts the check for a patch and waits for the completion, which is shown as
     /// "kind|anchor result|result|body".
@@ -92,40 +68,25 @@ protected:
     CXString anchorPath;
 };
 
-TEST_F(UpdateService, ExitCodesOfARunWithoutAWindow) {
-    const std::string account = "username anna\npassword pw\n";
-    const std::string asked =
-        std::string(kCheckPath) + "?u=anna&p=pw&loc=US&id=com.example.game&iid=inst%2f1 HTTP/1.1\n";
-    const auto file = [](const std::string& stream) {
-        return kFilePath + ("?u=anna&p=pw&stream=" + stream) + "&build=" + Build() +
-               "&loc=US HTTP/1.1";
-    };
+TEST_F(UpdateService, AWindowlessCheckEndsWithACodeWhateverComesBack) {
+    VelPatchCheckRequest request{"bin/game.bin",           "com.example.game",  "inst/1",
+                                 server.GetBase().c_str(), folder.Path("game"), settings};
+    request.settings.streamId.Clear();
+    const std::string check =
+        std::string(kCheckPath) + "?u=anna&p=pw&loc=US&id=com.example.game&iid=inst%2f1 HTTP/1.1";
+    const std::string both = check + "\n" + kFilePath +
+                             "?u=anna&p=pw&stream=a%20b&build=" + Build() + "&loc=US HTTP/1.1";
     const std::string ok = ServiceServer::Ok("good 1\ndefault-stream \"a b\"");
-    const auto error = [](const std::string& word) {
-        return ServiceServer::Ok("error \"" + word + "\"\ngood 1\ndefault-stream x");
-    };
     const std::string patch = ServiceServer::Ok("good 1\npatch-control-file https://h/c");
     const struct {
         const char* what;
         std::string streamCheck;
         std::string streamFile;
         int code;
-        bool hasStream = false; ///< a stream is remembered: only its file is asked for
     } cases[] = {
-        {"patch on the default stream", ok, patch, 1},
-        {"patch on a stream that was remembered", "", patch, 1, true},
-        {"up to date", ok, error("no-patches-available"), 0},
-        {"up to date on a stream that was remembered", "", error("no-patches-available"), 0, true},
-        {"account didn't arrive", error("login_details_not_received"), "", 2},
-        {"wrong account", error("invalid-myrollstock-details"), "", 3},
-        {"no streams", error("no-patch-streams"), "", 3},
-        {"no products", error("no-products-owned"), "", 3},
-        {"odd error of the check", error("odd"), "", 2},
-        {"check not good", ServiceServer::Ok("default-stream a"), "", 2},
-        {"no default stream", ServiceServer::Ok("good 1\nstream \"a A\""), "", 3},
-        {"odd error of the file", ok, error("invalid-myrollstock-details"), 2},
-        {"file not good", ok, ServiceServer::Ok("good 0"), 2},
-        {"replies in the wrong order", patch, ok, 3},
+        {"patch", ok, patch, 1},
+        {"up to date", ok, ServiceServer::Ok("error no-patches-available\ngood 1"), 0},
+        {"replies in the wrong order", patch, "", 3},
         {"not text", ServiceServer::Ok(std::string("\x89PNG\0\x1A\n", 7)), "", 2},
         {"refused", "HTTP/1.1 403 Forbidden\r\n\r\ngood 1\ndefault-stream a", "", 2},
         {"missing", ok, "HTTP/1.1 404 Not Found\r\nContent-Length: 6\r\n\r\ngood 1", 2},
@@ -137,26 +98,23 @@ TEST_F(UpdateService, ExitCodesOfARunWithoutAWindow) {
     };
     for (const auto& one : cases) {
         server.SetReplies(one.streamCheck, one.streamFile);
-        EXPECT_EQ(CheckForPatch(account + (one.hasStream ? "stream-id saved" : "")), one.code)
-            << one.what;
-        const std::string wanted = one.hasStream            ? file("saved")
-                                   : one.streamFile.empty() ? asked.substr(0, asked.size() - 1)
-                                   : one.streamCheck == ok  ? asked + file("a%20b")
-                                                            : asked.substr(0, asked.size() - 1);
-        EXPECT_EQ(server.GetRequests(), wanted) << one.what;
+        EXPECT_EQ(VelPatchUpdateService::CheckForPatch(request), one.code) << one.what;
+        EXPECT_EQ(server.GetRequests(), one.streamCheck == ok ? both : check) << one.what;
     }
-    const int before = server.CountConnections();
-    EXPECT_EQ(CheckForPatch(account, "nowhere"), 2) << "an installation needs its anchor file too";
-    folder.MakeFolder("odd/bin/game.bin");
-    EXPECT_EQ(CheckForPatch(account, "odd"), 2);
-    EXPECT_EQ(server.CountConnections(), before) << "nobody was asked";
-
     server.SetReplies(ok, patch);
     const int64_t start = NowMs();
-    EXPECT_EQ(CheckForPatch(account), 1);
+    EXPECT_EQ(VelPatchUpdateService::CheckForPatch(request), 1);
     const int64_t took = NowMs() - start;
     std::printf("answer to both requests after %d ms\n", static_cast<int>(took));
     EXPECT_LT(took, 3000) << "of which a few handshakes should be all";
+
+    const int before = server.CountConnections();
+    folder.MakeFolder("odd/bin/game.bin");
+    for (const char* target : {"nowhere", "odd"}) {
+        request.target = folder.Path(target);
+        EXPECT_EQ(VelPatchUpdateService::CheckForPatch(request), 2);
+    }
+    EXPECT_EQ(server.CountConnections(), before) << "nobody was asked";
 }
 
 TEST_F(UpdateService, AccountPageAsksOnAWorker) {

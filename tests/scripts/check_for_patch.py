@@ -40,8 +40,6 @@ CASES = (
     ("wrong account", "error invalid-myrollstock-details\n", "", None, 3, (CHECK,)),
     ("no streams", "error no-patch-streams\n", "", None, 3, (CHECK,)),
     ("no products", "error no-products-owned\n", "", None, 3, (CHECK,)),
-    ("no default", "good 1\nstream \"7 Seven\"\n", "", None, 3, (CHECK,)),
-    ("an odd word", "error odd\n", "", None, 2, (CHECK,)),
     ("a refused request", None, "", None, 2, (CHECK,)),
 )
 
