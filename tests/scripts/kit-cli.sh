@@ -126,7 +126,7 @@ kit 2 uninstall deep/inside/target
 says 'say --yes'
 same new deep/inside/target
 kit 0 uninstall --yes deep/inside/target
-says "Uninstalling 'target'"
+says 'The game is gone'
 [ ! -e deep/inside/target ] || fail "the game is still there"
 [ -d deep/inside ] || fail "too much went"
 kit 2 uninstall --yes deep/inside/target
