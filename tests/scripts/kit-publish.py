@@ -6,6 +6,7 @@ import hashlib
 import http.client
 import os
 import pathlib
+import shlex
 import shutil
 import signal
 import socket
@@ -403,6 +404,25 @@ def check_hashed(test):
         test.stream_check(login + "&id=works.rowan&iid=rowan-2", wanted)
 
 
+def check_document(test):
+    """The example of the document is a good service file, and its next build can be added."""
+    text = (pathlib.Path(__file__).resolve().parents[2] / "docs/service.md").read_text("utf-8")
+    build1 = hashlib.md5((test.folder / "build1/RSNE.exe").read_bytes()).hexdigest()
+    example = text.split("```\n")[1].replace("84f2bdcf4776e180b8b35c1764720c0a", build1)
+    test.write("doc/service.txt", example)
+    command = text.split("velpatch-kit publish service.txt site --add-build")[1].split("\n\n")[0]
+    for source, folder in (
+            ("p12", "patches/1.0-to-1.1"), ("p23", "patches/1.1-to-1.2"),
+            ("p13", "patches/1.0-to-1.2"), ("full", "installations/1.1"),
+            ("full3", "installations/1.2"), ("build2", "builds/1.1"), ("build3", "builds/1.2")):
+        shutil.copytree(test.folder / source, test.folder / "doc" / folder)
+    words = shlex.split(command.replace("\\\n", " "))
+    done = subprocess.run([KIT, "publish", "service.txt", "site", "--add-build", *words],
+                          cwd=test.folder / "doc", capture_output=True, text=True, check=False)
+    test.expect("docs/service.md", (done.returncode, "warning" in done.stderr.lower()), (0, False))
+    test.expect("its patches", "patches\t3\n" in done.stdout, True)
+
+
 def main():
     with tempfile.TemporaryDirectory() as name:
         test = Test(pathlib.Path(name).resolve())
@@ -426,6 +446,7 @@ def main():
             check_new_build(test, build1)
             check_refusals(test)
             check_hashed(test)
+            check_document(test)
         finally:
             test.stop()
         if test.failures:
