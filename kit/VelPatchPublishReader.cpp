@@ -71,7 +71,7 @@ private:
     /// An address of the service. It stands in the web server's configuration and in replies, so
     /// only signs that mean nothing to either may be in it.
     CXString ReadAddress(const Entry& root, const char* key, bool isRequired) {
-        const CXString address = m_text.GetText(root, key, isRequired);
+        CXString address = m_text.GetText(root, key, isRequired);
         if (address.IsEmpty()) {
             return address;
         }

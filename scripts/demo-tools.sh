@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # What the demonstrations share; read by them, with $root set.
 kit=${VELPATCH_KIT:-$root/build/release/bin/velpatch-kit}
 umask 022 # so that the trees can be compared with their permissions
