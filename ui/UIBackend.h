@@ -217,6 +217,10 @@ public:
     /// system writes them, but must not act: the toolkit routes keys.
     virtual void SetMenus(UIPeer* window, const std::vector<UIMenu>& menus) = 0;
 
+    /// The control of this Window or Sheet that has the keyboard focus, or gets it as soon as the
+    /// window is the active one; null when no control of ours has it.
+    virtual UIPeer* GetFocus(UIPeer* window) = 0;
+
     /// Shows the system's dialog for a file or folder over `owner` (Window, Sheet or null), which
     /// is blocked meanwhile as by a sheet. Returns at once, and nothing is shown before it has
     /// returned. `done` is called once, from `RunOne`: true with the absolute program path ("/" as
