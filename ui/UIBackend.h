@@ -6,7 +6,7 @@
 //
 // Threads: everything here is for the main thread, `UIBackend::Wake` excepted.
 //
-// Units: logical (see UISize). A backend multiplies by the scale of the window, rounds each edge
+// Units: logical (see UITypes.h). A backend multiplies by the scale of the window, rounds each edge
 // for itself (so that neighbours that touch still touch) and, when the scale changes, puts its
 // peers anew by their last rectangles before it calls `PeerMetricsChanged`.
 //
@@ -25,7 +25,8 @@
 // own in `RunOne`.
 #pragma once
 
-#include "ui/UITextRun.h"
+#include "ui/CXBitmap.h"
+#include "ui/UIRichText.h"
 #include "ui/UITypes.h"
 
 #include <functional>
@@ -141,9 +142,9 @@ public:
     /// List: replaces all entries; nothing is selected afterwards.
     virtual void SetItems(const std::vector<CXString>& items) = 0;
     /// RichText: replaces the text and scrolls to its beginning.
-    virtual void SetRuns(const UITextRuns& runs) = 0;
-    /// Bitmap: copies the pixels.
-    virtual void SetImage(const UIImage& image) = 0;
+    virtual void SetRichText(const UIRichText& text) = 0;
+    /// Bitmap: shows a copy of the picture; an empty one shows nothing.
+    virtual void SetImage(const CXBitmap& image) = 0;
     /// The name that assistive technology reads (an edit has the text of its label). Buttons and
     /// labels are read by their text unless this is set; never empty for a focusable control.
     virtual void SetAccessibleName(const CXString& name) = 0;

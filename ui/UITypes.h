@@ -2,33 +2,21 @@
 #pragma once
 
 #include "core/CXString.h"
+#include "ui/alignment/UIAlignmentTypes.h"
 
 #include <cstdint>
 #include <vector>
 
-/// A size in logical units: 96 of them are an inch at the user's scale of 100 %.
-struct UISize {
-    int32_t width = 0, height = 0;
-    bool operator==(const UISize&) const = default;
-};
+// All measures of the window are in logical units: 96 of them are an inch at the user's scale of
+// 100 %. A UIRect is given in its window's client area, whose left top (below the menu bar, where
+// there is one) is (0, 0); `right` and `bottom` lie just outside.
 
-/// A rectangle by its edges, in logical units of its window's client area, whose left top is (0, 0)
-/// (below the menu bar, where there is one). `right` and `bottom` lie just outside.
-struct UIRect {
-    int32_t left = 0, top = 0, right = 0, bottom = 0;
-    int32_t Width() const { return right - left; }
-    int32_t Height() const { return bottom - top; }
-    UISize Size() const { return {Width(), Height()}; }
-    bool operator==(const UIRect&) const = default;
-};
-
-/// What a control would like to measure, in logical units.
-struct UIIntrinsic {
-    UISize min;                      ///< below this something would be cut off
-    UISize natural;                  ///< what looks right
-    int32_t baseline = 0;            ///< of the first line of text, from the top edge
-    bool heightFollowsWidth = false; ///< text wraps: measure again once the width is known
-};
+inline int32_t UIWidth(const UIRect& rect) {
+    return rect.right - rect.left;
+}
+inline int32_t UIHeight(const UIRect& rect) {
+    return rect.bottom - rect.top;
+}
 
 /// Keys by the numbers that Windows gives them; a backend of another system translates. Keys that
 /// are not named here need no number of their own (0 will do), letters and digits are their ASCII
@@ -73,13 +61,6 @@ struct UIPeerState {
 
 /// What the edit menu asks of the control that has the focus.
 enum class UIEditCommand : uint8_t { Undo, Redo, Cut, Copy, Paste, Clear, SelectAll };
-
-/// Pixels of a picture, not owned: rows from the top, four bytes a pixel (red, green, blue, alpha;
-/// alpha isn't multiplied in), no gap between rows.
-struct UIImage {
-    int32_t width = 0, height = 0;
-    const uint8_t* rgba = nullptr;
-};
 
 /// One entry of a menu.
 struct UIMenuItem {
