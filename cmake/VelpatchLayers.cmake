@@ -66,6 +66,14 @@ function(velpatch_layer NAME FOLDER)
     target_compile_definitions(velpatch_${NAME} PRIVATE VELPATCH_VERSION="${PROJECT_VERSION}")
 endfunction()
 
+# velpatch_gtk_headers(NAME): lets the layer's own sources see GTK's headers; nothing is linked.
+function(velpatch_gtk_headers NAME)
+    if(TARGET velpatch_${NAME} AND NOT WIN32)
+        target_include_directories(velpatch_${NAME} SYSTEM PRIVATE ${GTK3_INCLUDE_DIRS})
+        target_link_libraries(velpatch_${NAME} PUBLIC ${CMAKE_DL_LIBS})
+    endif()
+endfunction()
+
 # velpatch_program(NAME main deps...): an executable whose main file only calls its library.
 function(velpatch_program NAME MAIN)
     if(NOT EXISTS "${CMAKE_SOURCE_DIR}/${MAIN}")

@@ -64,6 +64,11 @@ endif()
 find_package(ZLIB REQUIRED)
 find_package(absl REQUIRED)
 find_package(OpenSSL 1.1.1 REQUIRED)
+if(NOT WIN32)
+    # Headers only: the library is loaded at run time, and only for a window.
+    find_package(PkgConfig REQUIRED)
+    pkg_check_modules(GTK3 REQUIRED gtk+-3.0)
+endif()
 find_package(CLI11 QUIET)
 # Without GoogleTest the programs can still be built, which is all that ./run needs.
 find_package(GTest QUIET)

@@ -327,14 +327,13 @@ public:
     }
     ~BitmapPeer() override { DropPicture(); }
 
-    void SetImage(const UIImage& image) override {
+    void SetImage(const CXBitmap& image) override {
         DropPicture();
-        if (image.width > 0 && image.height > 0 && image.rgba != nullptr) {
-            const size_t row = static_cast<size_t>(image.width) * 4;
-            GBytes* pixels = GTK::g_bytes_new(image.rgba, row * static_cast<size_t>(image.height));
-            m_picture =
-                GTK::gdk_pixbuf_new_from_bytes(pixels, GDK_COLORSPACE_RGB, TRUE, 8, image.width,
-                                               image.height, static_cast<int>(row));
+        if (!image.IsEmpty()) {
+            GBytes* pixels = GTK::g_bytes_new(image.GetPixels().data(), image.GetPixels().size());
+            m_picture = GTK::gdk_pixbuf_new_from_bytes(pixels, GDK_COLORSPACE_RGB, TRUE, 8,
+                                                       image.GetWidth(), image.GetHeight(),
+                                                       image.GetWidth() * 4);
             GTK::g_bytes_unref(pixels);
         }
         GTK::gtk_widget_queue_draw(m_control);
@@ -359,7 +358,7 @@ private:
     }
     static gboolean OnDraw(GtkWidget*, cairo_t* canvas, void* data) {
         auto* self = static_cast<BitmapPeer*>(data);
-        if (self->m_picture != nullptr && self->m_rect.Width() > 0 && self->m_rect.Height() > 0) {
+        if (self->m_picture != nullptr && UIWidth(self->m_rect) > 0 && UIHeight(self->m_rect) > 0) {
             const int width = Pixels(self->m_rect.right) - Pixels(self->m_rect.left);
             const int height = Pixels(self->m_rect.bottom) - Pixels(self->m_rect.top);
             GTK::cairo_scale(
@@ -401,22 +400,27 @@ public:
         GTK::gtk_text_view_set_cursor_visible(As<GtkTextView>(view), FALSE); // arrows then scroll
         GTK::gtk_text_view_set_accepts_tab(As<GtkTextView>(view), FALSE);
         GTK::gtk_text_view_set_wrap_mode(As<GtkTextView>(view), GTK_WRAP_WORD_CHAR);
-        GTK::gtk_text_view_set_left_margin(As<GtkTextView>(view), 6);
-        GTK::gtk_text_view_set_right_margin(As<GtkTextView>(view), 6);
+        GTK::gtk_text_view_set_left_margin(As<GtkTextView>(view), kMargin);
+        GTK::gtk_text_view_set_right_margin(As<GtkTextView>(view), kMargin);
         m_buffer = GTK::gtk_text_view_get_buffer(As<GtkTextView>(view));
         Adopt(MakeScroller(view), view, name);
     }
 
-    void SetRuns(const UITextRuns& runs) override {
+    void SetRichText(const UIRichText& text) override {
         GTK::gtk_text_buffer_set_text(m_buffer, "", 0);
-        for (const UITextRun& run : runs) {
-            GtkTextTag* tag = GTK::gtk_text_buffer_create_tag(m_buffer, nullptr, nullptr);
-            SetLook(tag, run);
-            GtkTextIter end;
-            GTK::gtk_text_buffer_get_end_iter(m_buffer, &end);
-            GTK::gtk_text_buffer_insert_with_tags(m_buffer, &end, run.text.GetData(),
-                                                  static_cast<int>(run.text.GetLength()), tag,
-                                                  static_cast<void*>(nullptr));
+        bool first = true;
+        for (const UITextParagraph& paragraph : text.GetParagraphs()) {
+            GtkTextTag* block = GTK::gtk_text_buffer_create_tag(m_buffer, nullptr, nullptr);
+            SetLook(block, paragraph);
+            if (!first) {
+                Insert("\n", block, nullptr);
+            }
+            first = false;
+            for (const UITextRun& run : paragraph.runs) {
+                GtkTextTag* tag = GTK::gtk_text_buffer_create_tag(m_buffer, nullptr, nullptr);
+                SetLook(tag, run);
+                Insert(run.text.View(), block, tag);
+            }
         }
         GtkTextIter start;
         GTK::gtk_text_buffer_get_start_iter(m_buffer, &start);
@@ -442,33 +446,44 @@ public:
     }
 
 private:
+    void Insert(absl::string_view text, GtkTextTag* block, GtkTextTag* look) {
+        GtkTextIter end;
+        GTK::gtk_text_buffer_get_end_iter(m_buffer, &end);
+        GTK::gtk_text_buffer_insert_with_tags(m_buffer, &end, text.data(),
+                                              static_cast<int>(text.size()), block, look,
+                                              static_cast<void*>(nullptr));
+    }
+    static void SetLook(GtkTextTag* tag, const UITextParagraph& paragraph) {
+        void* const end = nullptr;
+        // Of the four, GTK's views don't do the last, and show it as left.
+        constexpr GtkJustification kJustify[] = {GTK_JUSTIFY_LEFT, GTK_JUSTIFY_CENTER,
+                                                 GTK_JUSTIFY_RIGHT, GTK_JUSTIFY_LEFT};
+        GTK::g_object_set(tag, "justification",
+                          static_cast<int>(kJustify[static_cast<size_t>(paragraph.align)]),
+                          "left-margin", kMargin + TwentiethsToPixels(paragraph.leftIndent),
+                          "indent", TwentiethsToPixels(paragraph.firstIndent), end);
+    }
     static void SetLook(GtkTextTag* tag, const UITextRun& run) {
         void* const end = nullptr;
-        if (run.bold) {
-            GTK::g_object_set(tag, "weight", static_cast<int>(PANGO_WEIGHT_BOLD), end);
-        }
-        if (run.italic) {
-            GTK::g_object_set(tag, "style", static_cast<int>(PANGO_STYLE_ITALIC), end);
-        }
-        if (run.underline) {
-            GTK::g_object_set(tag, "underline", static_cast<int>(PANGO_UNDERLINE_SINGLE), end);
-        }
-        if (run.halfPoints > 0) {
-            GTK::g_object_set(tag, "size-points", run.halfPoints / 2.0, end);
-        }
-        if (run.color >= 0) {
-            const CXString color = CXString::Format("#%06x", run.color & 0xffffff);
-            GTK::g_object_set(tag, "foreground", color.GetData(), end);
-        }
-        if (run.align != UITextAlign::Left) {
-            GTK::g_object_set(tag, "justification",
-                              static_cast<int>(run.align == UITextAlign::Center
-                                                   ? GTK_JUSTIFY_CENTER
-                                                   : GTK_JUSTIFY_RIGHT),
-                              end);
+        GTK::g_object_set(
+            tag, "weight", static_cast<int>(run.bold ? PANGO_WEIGHT_BOLD : PANGO_WEIGHT_NORMAL),
+            "style", static_cast<int>(run.italic ? PANGO_STYLE_ITALIC : PANGO_STYLE_NORMAL),
+            "underline",
+            static_cast<int>(run.underline ? PANGO_UNDERLINE_SINGLE : PANGO_UNDERLINE_NONE),
+            "strikethrough", static_cast<int>(run.strikeout), "size-points", run.halfPoints / 2.0,
+            end);
+        if (run.colour != UITextRun::kDefaultColour) {
+            const CXString colour = CXString::Format("#%06x", run.colour & 0xffffff);
+            GTK::g_object_set(tag, "foreground", colour.GetData(), end);
         }
     }
+    /// GTK's text views count in pixels of the display.
+    static int TwentiethsToPixels(int32_t twentieths) {
+        return static_cast<int>(
+            std::lround(twentieths / 20.0 * 96 / 72 * UIBackendGtk::GetScale()));
+    }
 
+    static constexpr int kMargin = 6;
     GtkTextBuffer* m_buffer = nullptr; ///< the view's
 };
 

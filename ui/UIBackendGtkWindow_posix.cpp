@@ -129,7 +129,7 @@ void UIPeerGtkWindow::SetRect(const UIRect& rect) {
 }
 
 void UIPeerGtkWindow::FitSize() {
-    GTK::gtk_widget_set_size_request(m_canvas, Pixels(m_rect.Width()), Pixels(m_rect.Height()));
+    GTK::gtk_widget_set_size_request(m_canvas, Pixels(UIWidth(m_rect)), Pixels(UIHeight(m_rect)));
     QueueLayout();
 }
 

@@ -26,8 +26,8 @@ public:
     void SetState(const UIPeerState& state) override;
     void SetDefaultLook(bool) override {}
     void SetItems(const std::vector<CXString>&) override {}
-    void SetRuns(const UITextRuns&) override {}
-    void SetImage(const UIImage&) override {}
+    void SetRichText(const UIRichText&) override {}
+    void SetImage(const CXBitmap&) override {}
     void SetAccessibleName(const CXString& name) override;
     UIIntrinsic Measure(int32_t forWidth) override;
     void Focus(bool selectAll) override;
