@@ -43,7 +43,7 @@ if(WIN32)
     # One file without companions; the system libraries come with every Windows.
     target_link_options(velpatch_flags INTERFACE -static)
     set(VELPATCH_SYSTEM_LIBRARIES
-        advapi32 bcrypt dbghelp netapi32 ole32 shell32 shlwapi user32 uuid version ws2_32)
+        advapi32 bcrypt comctl32 dbghelp gdi32 netapi32 ole32 oleacc shell32 shlwapi user32 uuid version ws2_32)
 endif()
 
 # Compiler cache. Paths below the source folder are rewritten, so a second clone or a second

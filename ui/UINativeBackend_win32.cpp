@@ -1,5 +1,0 @@
-#include "ui/UINativeBackend.h"
-
-std::unique_ptr<UIBackend> UIMakeNativeBackend() {
-    return nullptr;
-}
