@@ -20,6 +20,10 @@ set(CMAKE_CXX_FLAGS_DEBUG "-O0 -g")
 set(CMAKE_CXX_FLAGS_SANITIZE "-O1 -g1 -fno-omit-frame-pointer")
 set(CMAKE_EXE_LINKER_FLAGS_SANITIZE "")
 
+if(WIN32)
+    enable_language(RC)
+endif()
+
 add_library(velpatch_flags INTERFACE)
 target_include_directories(velpatch_flags INTERFACE "${CMAKE_SOURCE_DIR}")
 target_compile_options(velpatch_flags INTERFACE

@@ -135,6 +135,18 @@ public:
         text.resize(static_cast<size_t>(length));
         return UINarrow(text.c_str());
     }
+    void Place() override {
+        UIPeerWin32::Place();
+        // Text that was set while the control was narrower stays scrolled out of sight.
+        DWORD start = 0;
+        DWORD end = 0;
+        SendMessageW(m_handle, EM_GETSEL, reinterpret_cast<WPARAM>(&start),
+                     reinterpret_cast<LPARAM>(&end));
+        SendMessageW(m_handle, EM_SETSEL, 0, 0);
+        SendMessageW(m_handle, EM_SCROLLCARET, 0, 0);
+        SendMessageW(m_handle, EM_SETSEL, start, static_cast<LPARAM>(end));
+        SendMessageW(m_handle, EM_SCROLLCARET, 0, 0);
+    }
     void SetState(const UIPeerState& state) override {
         const Quiet quiet(*this);
         UIPeerWin32::SetState(state);
