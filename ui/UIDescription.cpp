@@ -75,7 +75,8 @@ std::unique_ptr<UIElement> MakeChild(const CXString& name, const DNValue& descri
         }
     }
     if (element == nullptr) {
-        CXLogFormat("UIDescription::Load> unknown type '%s' of '%s'", type.GetData(), name.GetData());
+        CXLogFormat("UIDescription::Load> unknown type '%s' of '%s'", type.GetData(),
+                    name.GetData());
         return element;
     }
     element->SetHints(UIAlignmentHints::Load(description));
