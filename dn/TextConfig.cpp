@@ -5,6 +5,7 @@
 #include "dn/DNMemoryValue.h"
 #include "dn/DNNumberText.h"
 
+#include <algorithm>
 #include <vector>
 
 namespace {
@@ -104,7 +105,9 @@ DNData InferBare(absl::string_view text) {
 /// proportion to the input and nothing else.
 class Parser {
 public:
-    explicit Parser(absl::string_view input) : m_rest(input) {}
+    explicit Parser(absl::string_view input,
+                    std::initializer_list<absl::string_view> repeatingKeys = {})
+        : m_rest(input), m_repeatingKeys(repeatingKeys) {}
 
     /// False if input remains behind a closing brace that closes nothing.
     bool Run(DNValue& root) {
@@ -201,36 +204,64 @@ private:
         DNValue& folder = *m_folders.back();
         if (!m_rest.empty() && m_rest[0] == '{' && (m_rest.size() == 1 || m_rest[1] != '{')) {
             m_rest.remove_prefix(1);
-            m_folders.push_back(folder.GetOrCreateFolder(key));
+            m_folders.push_back(SlotOf(folder, key)->GetChildren());
             return;
         }
         ReadValue(folder, key);
     }
 
+    /// Whether each entry with this key is one of its own.
+    bool IsRepeating(const DNData& key) const {
+        return m_folders.size() == 1 && std::find(m_repeatingKeys.begin(), m_repeatingKeys.end(),
+                                                  key.data.View()) != m_repeatingKeys.end();
+    }
+
+    /// The entry that the key's value belongs to, made if needed.
+    DNIteratorRef SlotOf(DNValue& folder, const DNData& key) const {
+        if (!IsRepeating(key)) {
+            return folder.FindOrCreate(key);
+        }
+        const DNIteratorRef added = folder.End();
+        added->SetKey(key);
+        return added;
+    }
+
+    void Store(DNValue& folder, const DNData& key, const DNValueRef& value) const {
+        if (IsRepeating(key)) {
+            SlotOf(folder, key)->SetValue(value);
+        } else {
+            folder.Set(key, value); // without an iterator
+        }
+    }
+
+    void StoreNew(DNValue& folder, const DNData& key, const DNData& data) const {
+        Store(folder, key, folder.CreateValue(data));
+    }
+
     void ReadValue(DNValue& folder, const DNData& key) {
         if (!m_rest.empty() && m_rest[0] == '"') {
-            folder.SetNew(key, DNData::String(ReadQuoted()));
+            StoreNew(folder, key, DNData::String(ReadQuoted()));
         } else if (StartsWith(m_rest, kVerbatimStart)) {
             m_rest.remove_prefix(kVerbatimStart.size());
             const absl::string_view text = Take(m_rest.find(kVerbatimEnd));
             Take(kVerbatimEnd.size());
-            folder.SetNew(key, DNData::String(text));
+            StoreNew(folder, key, DNData::String(text));
         } else if (StartsWith(m_rest, kWhiteout)) {
             m_rest.remove_prefix(kWhiteout.size());
-            folder.SetNew(key, DNData::Whiteout());
+            StoreNew(folder, key, DNData::Whiteout());
         } else if (!m_rest.empty() && m_rest[0] == '`') {
             const CXStringEdit bytes = ReadRaw();
             if (bytes.IsEmpty()) {
-                folder.FindOrCreate(key);
+                SlotOf(folder, key);
             } else {
-                folder.SetNew(key, DNData::Raw(bytes.GetData(), bytes.GetLength()));
+                StoreNew(folder, key, DNData::Raw(bytes.GetData(), bytes.GetLength()));
             }
         } else {
             const absl::string_view text = ReadBare();
             if (text.empty()) {
-                folder.Set(key, DNValueRef());
+                Store(folder, key, DNValueRef());
             } else {
-                folder.SetNew(key, InferBare(text));
+                StoreNew(folder, key, InferBare(text));
             }
         }
     }
@@ -267,13 +298,19 @@ private:
     }
 
     absl::string_view m_rest;
+    const std::vector<absl::string_view> m_repeatingKeys;
     std::vector<DNValueRef> m_folders; ///< from the root to the one being filled
 };
 
 } // namespace
 
 void TextConfig::Parse(const void* data, size_t size, DNValue& root) {
-    Parser parser(absl::string_view(static_cast<const char*>(data), size));
+    ParseRepeating(data, size, root, {});
+}
+
+void TextConfig::ParseRepeating(const void* data, size_t size, DNValue& root,
+                                std::initializer_list<absl::string_view> repeatingKeys) {
+    Parser parser(absl::string_view(static_cast<const char*>(data), size), repeatingKeys);
     if (!parser.Run(root)) {
         CXLog("TextConfig::Parse> error in data");
     }

@@ -6,6 +6,7 @@
 #include "stream/CXStream.h"
 
 #include <cstddef>
+#include <initializer_list>
 
 /// A document is the contents of a folder: keys, each with a value on the same
 /// line or with a folder in braces. The type of a bare value is inferred from
@@ -17,6 +18,12 @@ namespace TextConfig {
 /// Parses `size` bytes of UTF-8 text into `root`. Keys that `root` already
 /// holds are replaced, folders are merged into.
 void Parse(const void* data, size_t size, DNValue& root);
+
+/// The same for documents in which a key may stand several times at the root:
+/// every entry with one of `repeatingKeys` is added behind the others, whatever
+/// the root holds already. `Get` then gives the first of them.
+void ParseRepeating(const void* data, size_t size, DNValue& root,
+                    std::initializer_list<absl::string_view> repeatingKeys);
 
 /// Reads what remains of the stream into a new folder. A short read, or a
 /// stream that can't say how much remains, gives an empty one.

@@ -233,3 +233,7 @@ void CXUIWindow::PeerMenusOpening() {
 void CXUIWindow::PeerMenu(const CXString& command) {
     UIService::Get()->GetMenuManager().Choose(command);
 }
+
+bool CXUIWindow::PeerCopyData(uint64_t tag, absl::string_view bytes) {
+    return UIService::Get()->ReceiveData(tag, bytes);
+}

@@ -78,6 +78,7 @@ public:
     void PeerActivated(bool active) override;
     void PeerMenusOpening() override;
     void PeerMenu(const CXString& command) override;
+    bool PeerCopyData(uint64_t tag, absl::string_view bytes) override;
     void PeerMetricsChanged() override { SetLayoutNeeded(); }
 
 protected:

@@ -308,7 +308,7 @@ void HeadlessBackend::QueueTyping(absl::string_view text, std::deque<Message>::i
             (upper >= 'A' && upper <= 'Z') || (upper >= '0' && upper <= '9') || upper == ' ';
         Message down;
         down.isKey = true;
-        down.key.code = hasCode ? upper : kUIKeyNone;
+        down.key.code = hasCode ? upper : 0U;
         messages.push_back(std::move(down));
         // The character comes behind its key, to what has the focus by then.
         Message typed;

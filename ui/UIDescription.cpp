@@ -75,7 +75,8 @@ std::unique_ptr<UIElement> MakeChild(const CXString& name, const DNValue& descri
         }
     }
     if (element == nullptr) {
-        CXLog("UIDescription::Load> unknown type '%s' of '%s'", type.GetData(), name.GetData());
+        CXLogFormat("UIDescription::Load> unknown type '%s' of '%s'", type.GetData(),
+                    name.GetData());
         return element;
     }
     element->SetHints(UIAlignmentHints::Load(description));
@@ -123,10 +124,10 @@ void LoadPanel(const PendingPanel& pending, std::vector<PendingPanel>& others) {
 
 } // namespace
 
-void UIDescription::Load(UICustomControl& panel, const DNValue& description) {
-    panel.SetHints(UIAlignmentHints::Load(description));
+void UIDescription::Load(UICustomControl& panel, const DNValueRef& description) {
+    panel.SetHints(UIAlignmentHints::Load(*description));
     // A list instead of recursion: nothing bounds how deep a description goes.
-    std::vector<PendingPanel> pending = {{&panel, DNValueRef(const_cast<DNValue*>(&description))}};
+    std::vector<PendingPanel> pending = {{&panel, description}};
     while (!pending.empty()) {
         const PendingPanel next = pending.back();
         pending.pop_back();
@@ -137,5 +138,5 @@ void UIDescription::Load(UICustomControl& panel, const DNValue& description) {
 void UIDescription::LoadText(UICustomControl& panel, absl::string_view text) {
     const DNValueRef root(new DNMemoryValue);
     TextConfig::Parse(text.data(), text.size(), *root);
-    Load(panel, *root);
+    Load(panel, root);
 }

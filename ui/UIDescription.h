@@ -10,11 +10,12 @@ class UICustomControl;
 ///     constraints { 0 "heading.left = parent.left + padding" ... }
 ///     children
 ///     {
-///         heading { type label text "$velpatch_welcome_next" }
-///         next { type button role default text "Next" }
+///         heading { type "label" text "$velpatch_welcome_next" }
+///         next { type "button" role "default" text "Next" }
 ///     }
 ///
-/// A child's key is its element's name. Keys of any child: "type" (the `kType` of its class),
+/// (Values are quoted because a bare one runs to the end of its line.) A child's key is its
+/// element's name. Keys of any child: "type" (the `kType` of its class),
 /// "text" (one that begins with "$" is looked up in the localised texts), "accessible-name" (the
 /// same), "hidden", "disabled", and those of UIAlignmentHints. Of a button: "role" (default,
 /// cancel). Of a check box: "checked". Of an edit: "masked", "read-only". Of a label: "label-for",
@@ -24,7 +25,7 @@ namespace UIDescription {
 
 /// Gives a panel its method, padding, hints and children. Of a child whose type isn't known nothing
 /// is made, and that is logged. Main thread.
-void Load(UICustomControl& panel, const DNValue& description);
+void Load(UICustomControl& panel, const DNValueRef& description);
 /// The same from text.
 void LoadText(UICustomControl& panel, absl::string_view text);
 

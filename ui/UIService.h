@@ -6,7 +6,9 @@
 #include "ui/UIBackend.h"
 
 #include <atomic>
+#include <functional>
 #include <memory>
+#include <utility>
 #include <vector>
 
 class CXUIApplication;
@@ -48,6 +50,13 @@ public:
     CXUIWindow* GetFrontWindow() const;
     void SetFrontWindow(CXUIWindow* window);
 
+    /// Gets what other processes send to a window; true accepts it. Null: nobody does.
+    using DataReceiver = std::function<bool(uint64_t tag, absl::string_view bytes)>;
+    void SetDataReceiver(DataReceiver receiver) { m_dataReceiver = std::move(receiver); }
+    bool ReceiveData(uint64_t tag, absl::string_view bytes) {
+        return m_dataReceiver && m_dataReceiver(tag, bytes);
+    }
+
     /// Sets the quit flag and posts the quit message.
     void RequestQuit();
     bool IsQuitRequested() const { return m_quitRequested.load(std::memory_order_relaxed); }
@@ -69,4 +78,5 @@ private:
     std::vector<std::unique_ptr<UIElement>> m_doomed;
     std::vector<std::unique_ptr<CXUIWindow>> m_windows;
     CXSafePointer<UIElement> m_front;
+    DataReceiver m_dataReceiver;
 };

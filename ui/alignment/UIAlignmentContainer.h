@@ -38,7 +38,7 @@ public:
     UIIntrinsic Measure(int32_t forWidth);
 
 private:
-    UISize Fit(UIAlignmentScene::Fit fit, int32_t forWidth, bool& heightFollowsWidth);
+    UISize Fit(UIAlignmentScene& scene, UIAlignmentScene::Fit width, UIAlignmentScene::Fit height);
 
     UIAlignmentParent& m_parent;
     std::unique_ptr<UIAlignmentMethod> m_method;
