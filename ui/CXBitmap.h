@@ -2,12 +2,11 @@
 #pragma once
 
 #include "core/CXResult.h"
+#include "core/CXString.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <vector>
-
-class CXStream;
 
 /// Straight (not premultiplied) RGBA, one byte a channel, rows from the top without gaps. A value;
 /// not shared between threads.
@@ -25,10 +24,17 @@ public:
     /// picture; one whose pixel data ends early is damaged, and none is larger than 16,384 pixels
     /// a side or 64 million in all.
     CXResult Decode(const void* data, size_t size);
-    /// The same from what remains of a stream (at most 300 MB).
-    CXResult Load(CXStream& stream);
+    /// The same from a file of at most 300 MB; a file that can't be read gives its result.
+    CXResult Load(const CXString& path);
 
 private:
+    struct Header;
+
+    static bool ReadHeader(absl::string_view file, Header& header);
+    bool ReadRows(absl::string_view rows, const Header& header);
+    bool ReadRuns(absl::string_view runs, const Header& header);
+    void Clear();
+
     int32_t m_width = 0, m_height = 0;
     std::vector<uint8_t> m_pixels;
 };

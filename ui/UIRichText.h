@@ -14,7 +14,7 @@ struct UITextRun {
 
     CXString text; ///< UTF-8; a tab is a tab, a line feed breaks the line within the paragraph
     bool bold = false, italic = false, underline = false, strikeout = false;
-    int32_t halfPoints = 24;         ///< size of the letters; 24 is 12 points
+    int32_t halfPoints = 0;          ///< size of the letters (24 is 12 points); 0: the system's own
     int32_t colour = kDefaultColour; ///< 0xRRGGBB, or the system's own
 
     bool SameStyle(const UITextRun& other) const {
