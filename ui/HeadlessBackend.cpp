@@ -68,7 +68,7 @@ void HeadlessBackend::TopShown(HeadlessPeer& top) {
 }
 
 void HeadlessBackend::PeerGone(HeadlessPeer* peer, HeadlessPeer* fallback) {
-    m_peers.erase(std::find(m_peers.begin(), m_peers.end(), peer));
+    std::erase(m_peers, peer);
     if (!m_active && peer->IsTopLevel()) {
         Activate(fallback);
     }

@@ -72,6 +72,8 @@ public:
     /// The user's settings: other letters, strong colours. The windows are told.
     void ChangeAppearance(UISize letterSize, bool highContrast);
 
+    /// Whether all that the user did so far has happened.
+    bool IsIdle() const { return m_queue.empty(); }
     /// Why the last refused act couldn't be done; empty if none was refused since the last call.
     CXString GetRefusal();
 

@@ -4,6 +4,7 @@
 #include "core/CXFileSystem.h"
 #include "core/CXLocalisation.h"
 #include "core/CXTime.h"
+#include "net/CXSSLContext.h"
 #include "runtime/CXRuntime.h"
 #include "runtime/CXThread.h"
 #include "tests/app/InstanceWindow.h"
@@ -104,4 +105,9 @@ TEST(TwoInstances, HandOverInRealProcesses) {
     folder.WriteFile("quit", "");
     EXPECT_EQ(WaitForText(folder, "ended", "0"), "0");
     EXPECT_EQ(folder.ReadFile("state"), state);
+}
+
+TEST(ShippedData, HasARoot) {
+    CXSSLContext context;
+    EXPECT_EQ(context.LoadDefaultVerifyPaths(), kCXResultOK);
 }
