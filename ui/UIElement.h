@@ -106,9 +106,10 @@ protected:
     /// Destroys the children, last first. A class that holds what they need calls it first in its
     /// destructor.
     void DestroyChildren();
+    /// Calls `StateChanged` of this and all below.
+    void TellState();
 
 private:
-    void TellState();
     void TellRect();
 
     CXString m_name;

@@ -6,6 +6,7 @@
 #include "runtime/CXWorkerHost.h"
 #include "ui/CXFileDialog.h"
 #include "ui/CXUIApplication.h"
+#include "ui/UIBitmapElement.h"
 #include "ui/UIButton.h"
 #include "ui/UICheckBox.h"
 #include "ui/UICustomControl.h"
@@ -331,9 +332,13 @@ children
     Settle();
     EXPECT_EQ(top(), 0);
     window->Find("text")->SetShown(true);
+    UIBitmapElement* picture = window->AddNew<UIBitmapElement>("picture");
+    picture->SetDecoration(true);
+    EXPECT_TRUE(Shows("Bitmap"));
     m_user.ChangeAppearance({14, 30}, true);
     Settle();
     EXPECT_EQ(top(), 120);
+    EXPECT_FALSE(Shows("Bitmap")); // nothing lies behind texts in strong colours
     EXPECT_EQ(m_user.FindFaults(), "");
 }
 
