@@ -73,7 +73,7 @@ protected:
     UIPeer& MakeShown(UIKind kind) {
         UIPeer& peer = Make(kind);
         const int32_t top = static_cast<int32_t>(m_controls.size()) * 30;
-        peer.SetRect({10, top, 210, top + 24});
+        peer.SetRect({10, top, 210, top + (kind == UIKind::List ? 90 : 24)});
         peer.SetState(UIPeerState());
         return peer;
     }
