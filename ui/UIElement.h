@@ -102,6 +102,8 @@ protected:
     virtual void Detach();
     /// Its visibility or usability, or its place in the window, may have changed; for controls.
     virtual void StateChanged() {}
+    /// What was measured before holds no longer.
+    virtual void ForgetMeasures() {}
     virtual void RectChanged() {}
     /// Destroys the children, last first. A class that holds what they need calls it first in its
     /// destructor.
