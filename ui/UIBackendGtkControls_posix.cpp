@@ -378,6 +378,8 @@ GtkWidget* MakeScroller(GtkWidget* inside) {
     GTK::gtk_scrolled_window_set_policy(As<GtkScrolledWindow>(scroller), GTK_POLICY_NEVER,
                                         GTK_POLICY_AUTOMATIC);
     GTK::gtk_scrolled_window_set_shadow_type(As<GtkScrolledWindow>(scroller), GTK_SHADOW_IN);
+    // What is inside takes the keys; a frame that takes them too would be a stop without a name.
+    GTK::gtk_widget_set_can_focus(scroller, FALSE);
     GTK::gtk_container_add(As<GtkContainer>(scroller), inside);
     GTK::gtk_widget_show(inside);
     return scroller;
@@ -505,11 +507,16 @@ public:
             GTK::gtk_widget_destroy(static_cast<GtkWidget*>(row->data));
         }
         GTK::g_list_free(rows);
-        for (const CXString& item : items) {
-            GtkWidget* label = GTK::gtk_label_new(item.GetData());
+        for (size_t i = 0; i < items.size(); ++i) {
+            GtkWidget* label = GTK::gtk_label_new(items[i].GetData());
             GTK::gtk_label_set_xalign(As<GtkLabel>(label), 0);
             GTK::gtk_label_set_ellipsize(As<GtkLabel>(label), PANGO_ELLIPSIZE_END);
             GTK::gtk_container_add(As<GtkContainer>(m_control), label);
+            GtkListBoxRow* row =
+                GTK::gtk_list_box_get_row_at_index(As<GtkListBox>(m_control), static_cast<int>(i));
+            GTK::atk_object_set_name(
+                GTK::gtk_widget_get_accessible(reinterpret_cast<GtkWidget*>(row)),
+                items[i].GetData());
         }
         GTK::gtk_widget_show_all(m_control);
     }
