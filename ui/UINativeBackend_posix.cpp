@@ -1,0 +1,5 @@
+#include "ui/UINativeBackend.h"
+
+std::unique_ptr<UIBackend> UIMakeNativeBackend() {
+    return nullptr;
+}
