@@ -131,6 +131,11 @@ void UIElement::Layout() {
 }
 
 void UIElement::InvalidateLayout() {
+    for (const UIElement* above = m_parent; above != nullptr; above = above->m_parent) {
+        if (above->m_hints.noUpdateOnChildChange) {
+            return;
+        }
+    }
     if (m_window != nullptr) {
         m_window->SetLayoutNeeded();
     }
