@@ -472,8 +472,10 @@ private:
             "style", static_cast<int>(run.italic ? PANGO_STYLE_ITALIC : PANGO_STYLE_NORMAL),
             "underline",
             static_cast<int>(run.underline ? PANGO_UNDERLINE_SINGLE : PANGO_UNDERLINE_NONE),
-            "strikethrough", static_cast<int>(run.strikeout), "size-points", run.halfPoints / 2.0,
-            end);
+            "strikethrough", static_cast<int>(run.strikeout), end);
+        if (run.halfPoints > 0) {
+            GTK::g_object_set(tag, "size-points", run.halfPoints / 2.0, end);
+        }
         if (run.colour != UITextRun::kDefaultColour) {
             const CXString colour = CXString::Format("#%06x", run.colour & 0xffffff);
             GTK::g_object_set(tag, "foreground", colour.GetData(), end);

@@ -134,6 +134,11 @@ void UIElement::InvalidateLayout() {
     for (UIElement* element = this; element != nullptr; element = element->m_parent) {
         element->ForgetMeasures();
     }
+    for (const UIElement* above = m_parent; above != nullptr; above = above->m_parent) {
+        if (above->m_hints.noUpdateOnChildChange) {
+            return;
+        }
+    }
     if (m_window != nullptr) {
         m_window->SetLayoutNeeded();
     }

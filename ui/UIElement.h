@@ -87,7 +87,8 @@ public:
     /// What its description says of layout.
     void SetHints(const UIAlignmentHints& hints) { m_hints = hints; }
     const UIAlignmentHints& GetHints() const { return m_hints; }
-    /// What this shows has changed its measures; the window lays out anew before the next message.
+    /// What this shows has changed its measures; the window lays out anew before the next message,
+    /// unless this lies in an element that doesn't update when its children change.
     void InvalidateLayout();
 
     // ---- Messages ----

@@ -331,7 +331,17 @@ children
     window->Find("text")->SetShown(false);
     Settle();
     EXPECT_EQ(top(), 0);
+    // A page that asks for its layouts itself.
+    UIElement* holder = window->Find("page");
+    UIAlignmentHints hints;
+    hints.noUpdateOnChildChange = true;
+    holder->SetHints(hints);
     window->Find("text")->SetShown(true);
+    Settle();
+    EXPECT_EQ(top(), 0);
+    holder->InvalidateLayout();
+    Settle();
+    EXPECT_EQ(top(), 30);
     UIBitmapElement* picture = window->AddNew<UIBitmapElement>("picture");
     picture->SetDecoration(true);
     EXPECT_TRUE(Shows("Bitmap"));
