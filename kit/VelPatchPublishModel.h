@@ -74,4 +74,7 @@ struct VelPatchPublishService {
     std::vector<VelPatchPublishStream> streams;
     std::vector<VelPatchPublishAccount> accounts;
     bool isOpen = true; ///< no accounts: whoever asks is served
+    /// The server gets digests of the passwords; a password must then come escaped as the player's
+    /// program escapes it.
+    bool hashesPasswords = false;
 };

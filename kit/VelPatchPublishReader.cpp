@@ -38,7 +38,7 @@ public:
     void Run() {
         const Entry root = m_text.GetRoot();
         m_text.AllowKeys(root, {"base-address", "files-address", "folder", "server", "streams",
-                                "products", "accounts"});
+                                "products", "accounts", "hash-passwords"});
         m_service.baseAddress = ReadAddress(root, "base-address", true);
         m_service.filesAddress = ReadAddress(root, "files-address", false);
         if (m_service.filesAddress.IsEmpty()) {
@@ -49,6 +49,7 @@ public:
         // Each refers to those before it.
         ReadAll("streams", [this](const Entry& entry) { ReadStream(entry); });
         ReadAll("products", [this](const Entry& entry) { ReadProduct(entry); });
+        m_service.hashesPasswords = root.value->Get("hash-passwords")->GetBool();
         m_service.isOpen = root.value->Get("accounts")->GetType() == kDNTypeNone;
         ReadAll("accounts", [this](const Entry& entry) { ReadAccount(entry); });
         CheckUse();
@@ -70,7 +71,7 @@ private:
     /// An address of the service. It stands in the web server's configuration and in replies, so
     /// only signs that mean nothing to either may be in it.
     CXString ReadAddress(const Entry& root, const char* key, bool isRequired) {
-        const CXString address = m_text.GetText(root, key, isRequired);
+        CXString address = m_text.GetText(root, key, isRequired);
         if (address.IsEmpty()) {
             return address;
         }
