@@ -21,12 +21,18 @@ protected:
     }
     /// What OpenDataFile makes of a path; nothing if it refuses.
     std::optional<std::string> Read(const std::string& path) {
-        const std::unique_ptr<CXStream> data = OpenDataFile(m_folder.Path(path), m_problem);
-        if (!data) {
+        const VelPatchDataFile data = OpenDataFile(m_folder.Path(path), m_problem);
+        if (!data.stream) {
             return std::nullopt;
         }
-        std::string bytes(data->GetRemaining(), '\0');
-        EXPECT_EQ(data->Read(bytes.data(), bytes.size()), bytes.size());
+        std::string bytes(data.stream->GetRemaining(), '\0');
+        EXPECT_EQ(data.stream->Read(bytes.data(), bytes.size()), bytes.size());
+        // Each byte is where it is said to be.
+        for (size_t at = 0; at < bytes.size(); at += 1 + bytes.size() / 50) {
+            uint64_t offset = 0;
+            const CXString place = data.FindPlace(at, offset);
+            EXPECT_EQ(m_folder.ReadFile(place.GetData())[offset], bytes[at]) << at;
+        }
         return bytes;
     }
     std::string Assemble() const {

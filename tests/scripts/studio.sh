@@ -50,7 +50,7 @@ python3 -c 'import json; assert not json.load(open("answer"))["good"]'
 cp out/patch-data.bin damaged.bin
 printf 'oops' | dd of=damaged.bin bs=1 seek=20000 conv=notrunc 2>/dev/null
 wrong inspect out/patch-control.txt damaged.bin
-grep -q "byte [0-9]* of the data file, byte [0-9]* inflated, operation [0-9]* (" words
+grep -q "byte [0-9]* of '.*/damaged.bin', byte [0-9]* inflated, operation [0-9]* (" words
 rm discs/patch-2.bin
 wrong join discs joined-2.bin
 grep -q "patch-2.bin" words
