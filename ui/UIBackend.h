@@ -190,6 +190,7 @@ public:
     /// A message was fetched. False: the loop is to end; drop it.
     virtual bool BeforeMessage() = 0;
     /// Asked of every message before its control sees it. True: consumed, the control never does.
+    /// While a menu or the like is open that takes the keys, those are not key messages here.
     virtual bool Route(const UIMessage& message) = 0;
     /// The message is done with, consumed or dispatched. Steps tasks, so anything may happen.
     virtual void AfterMessage() = 0;
