@@ -155,6 +155,12 @@ TEST_F(Volumes, NothingHalfWritten) {
         EXPECT_NE(result, kCXResultOK) << call;
         EXPECT_TRUE(m_folder.Tree("discs").empty()) << call;
     }
+    m_folder.Remove("discs");
+    EXPECT_EQ(SplitDataFile(
+                  m_folder.Path("data.bin"), m_folder.Path("discs"), 1025,
+                  [](double fraction) { return fraction < 0.5; }, m_volumes, m_problem),
+              kCXResultCancelled);
+    EXPECT_TRUE(m_folder.Tree("discs").empty()) << "stopped";
 }
 
 } // namespace

@@ -25,6 +25,10 @@ echo 'set -eu; trap '"'"'echo "docs/studio.md, block of line $line: failed"'"'"'
 cat commands.sh >>all.sh
 bash all.sh >log 2>&1 </dev/null || { tail -30 log; exit 1; }
 
+# Links of the document lead to files.
+for link in $(grep -o '([a-z.-]*\.md)' "$root/docs/studio.md" | tr -d '()'); do
+    [ -e "$root/docs/$link" ] || { echo "docs/studio.md: no file $link"; exit 1; }
+done
 python3 - <<'END'
 import json
 patch = json.load(open("patch.json"))
