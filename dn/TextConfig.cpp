@@ -105,22 +105,29 @@ DNData InferBare(absl::string_view text) {
 /// proportion to the input and nothing else.
 class Parser {
 public:
-    explicit Parser(absl::string_view input,
-                    std::initializer_list<absl::string_view> repeatingKeys = {})
-        : m_rest(input), m_repeatingKeys(repeatingKeys) {}
+    Parser(absl::string_view input, TextConfig::Trace& trace,
+           std::initializer_list<absl::string_view> repeatingKeys)
+        : m_input(input), m_rest(input), m_trace(trace), m_repeatingKeys(repeatingKeys) {}
 
     /// False if input remains behind a closing brace that closes nothing.
     bool Run(DNValue& root) {
-        m_folders.push_back(&root);
+        m_folders.push_back({&root, 0});
         for (;;) {
             Skip(kBlanks);
             if (m_rest.empty()) {
+                if (m_folders.size() > 1) {
+                    m_trace.openFolder = m_folders.back().brace;
+                }
                 return true;
             }
             const char byte = m_rest[0];
             if (byte == '}') {
                 if (m_folders.size() == 1) {
+                    m_trace.strayBrace = GetOffset();
                     return false;
+                }
+                if (m_trace.close) {
+                    m_trace.close(m_folders.back().value, GetOffset());
                 }
                 m_rest.remove_prefix(1);
                 m_folders.pop_back();
@@ -137,6 +144,13 @@ public:
     }
 
 private:
+    struct Folder {
+        DNValueRef value;
+        size_t brace; ///< offset of the brace that opened it
+    };
+
+    size_t GetOffset() const { return m_input.size() - m_rest.size(); }
+
     void Skip(absl::string_view bytes) {
         const size_t first = m_rest.find_first_not_of(bytes);
         m_rest.remove_prefix(first == absl::string_view::npos ? m_rest.size() : first);
@@ -158,10 +172,12 @@ private:
     }
 
     CXString ReadQuoted() {
+        const size_t start = GetOffset();
         m_rest.remove_prefix(1);
         const size_t quote = m_rest.find('"');
         const absl::string_view first = Take(quote);
         if (m_rest.size() < 2 || m_rest[1] != '"') {
+            NoteOpenText(m_rest.empty(), start);
             Take(1);
             return CXString(first);
         }
@@ -170,12 +186,19 @@ private:
             const bool doubled = m_rest.size() > 1 && m_rest[1] == '"';
             Take(doubled ? 2 : 1);
             if (!doubled) {
-                break;
+                return edit.ToString();
             }
             edit.AppendByte('"');
             edit.Append(Take(m_rest.find('"')));
         }
+        NoteOpenText(true, start);
         return edit.ToString();
+    }
+
+    void NoteOpenText(bool isOpen, size_t start) {
+        if (isOpen) {
+            m_trace.openText = start;
+        }
     }
 
     /// "$meta" followed by a block fills the folder's meta-data; other blocks are dropped.
@@ -185,13 +208,23 @@ private:
         if (m_rest.empty() || m_rest[0] != '{') {
             return;
         }
+        OpenFolder(token == "$meta" ? m_folders.back().value->GetMeta()
+                                    : DNValueRef(new DNMemoryValue));
+    }
+
+    /// Stands on the brace.
+    void OpenFolder(const DNValueRef& value) {
+        m_folders.push_back({value, GetOffset()});
         m_rest.remove_prefix(1);
-        m_folders.push_back(token == "$meta" ? m_folders.back()->GetMeta()
-                                             : DNValueRef(new DNMemoryValue));
     }
 
     void ReadEntry() {
-        const DNData key = DNData::String(ReadToken());
+        const size_t start = GetOffset();
+        const CXString name = ReadToken();
+        if (m_trace.entry) {
+            m_trace.entry(m_folders.back().value, name, start);
+        }
+        const DNData key = DNData::String(name);
         const absl::string_view behindKey = m_rest;
         Skip(kBlanks);
         if (!m_rest.empty() && IsOneOf(m_rest[0], kLineEnds)) {
@@ -201,10 +234,9 @@ private:
                 m_rest = behindKey;
             }
         }
-        DNValue& folder = *m_folders.back();
+        DNValue& folder = *m_folders.back().value;
         if (!m_rest.empty() && m_rest[0] == '{' && (m_rest.size() == 1 || m_rest[1] != '{')) {
-            m_rest.remove_prefix(1);
-            m_folders.push_back(SlotOf(folder, key)->GetChildren());
+            OpenFolder(SlotOf(folder, key)->GetChildren());
             return;
         }
         ReadValue(folder, key);
@@ -221,7 +253,7 @@ private:
         if (!IsRepeating(key)) {
             return folder.FindOrCreate(key);
         }
-        const DNIteratorRef added = folder.End();
+        DNIteratorRef added = folder.End();
         added->SetKey(key);
         return added;
     }
@@ -242,8 +274,10 @@ private:
         if (!m_rest.empty() && m_rest[0] == '"') {
             StoreNew(folder, key, DNData::String(ReadQuoted()));
         } else if (StartsWith(m_rest, kVerbatimStart)) {
+            const size_t start = GetOffset();
             m_rest.remove_prefix(kVerbatimStart.size());
             const absl::string_view text = Take(m_rest.find(kVerbatimEnd));
+            NoteOpenText(m_rest.empty(), start);
             Take(kVerbatimEnd.size());
             StoreNew(folder, key, DNData::String(text));
         } else if (StartsWith(m_rest, kWhiteout)) {
@@ -297,23 +331,32 @@ private:
         }
     }
 
+    const absl::string_view m_input;
     absl::string_view m_rest;
+    TextConfig::Trace& m_trace;
     const std::vector<absl::string_view> m_repeatingKeys;
-    std::vector<DNValueRef> m_folders; ///< from the root to the one being filled
+    std::vector<Folder> m_folders; ///< from the root to the one being filled
 };
+
+void ParseDocument(const void* data, size_t size, DNValue& root, TextConfig::Trace& trace,
+                   std::initializer_list<absl::string_view> repeatingKeys) {
+    Parser parser(absl::string_view(static_cast<const char*>(data), size), trace, repeatingKeys);
+    if (!parser.Run(root)) {
+        CXLog("TextConfig::Parse> error in data");
+    }
+}
 
 } // namespace
 
-void TextConfig::Parse(const void* data, size_t size, DNValue& root) {
-    ParseRepeating(data, size, root, {});
+void TextConfig::Parse(const void* data, size_t size, DNValue& root, Trace* trace) {
+    Trace unused;
+    ParseDocument(data, size, root, trace != nullptr ? *trace : unused, {});
 }
 
 void TextConfig::ParseRepeating(const void* data, size_t size, DNValue& root,
                                 std::initializer_list<absl::string_view> repeatingKeys) {
-    Parser parser(absl::string_view(static_cast<const char*>(data), size), repeatingKeys);
-    if (!parser.Run(root)) {
-        CXLog("TextConfig::Parse> error in data");
-    }
+    Trace unused;
+    ParseDocument(data, size, root, unused, repeatingKeys);
 }
 
 DNValueRef TextConfig::Read(CXStream& stream) {
