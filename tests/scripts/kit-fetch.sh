@@ -35,7 +35,7 @@ fetch 0 0 "https://localhost:$https/file.bin" c --proxy "localhost:$tunnel" --ca
 cmp c www/file.bin
 
 # Failures: a refusal leaves nothing of its body, and says no credentials.
-fetch 1 -17 "https://localhost:$https/file.bin" d
+fetch 1 -10 "https://localhost:$https/file.bin" d # the shipped root knows nobody
 [ ! -e d ]
 fetch 1 -7 "http://me!secret@127.0.0.1:$http/absent?u=me&p=secret" d
 [ ! -e d ]
