@@ -106,7 +106,7 @@ private:
 } // namespace
 
 CXString GetTargetPathKey(const CXString& path) {
-    const CXString normal = CXFileSystem::NormalisePath(path);
+    CXString normal = CXFileSystem::NormalisePath(path);
     if (!CXFileSystem::HasWindowsPaths()) {
         return normal;
     }

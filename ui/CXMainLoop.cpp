@@ -54,9 +54,14 @@ bool CXMainLoop::Route(const UIMessage& message) {
 }
 
 void CXMainLoop::AfterMessage() {
+    if (m_isStepping) {
+        return; // a loop of the system's inside of a task: nothing may be destroyed under it
+    }
+    m_isStepping = true;
     if (!m_pressed) {
         CXTaskHost::GetCurrent()->RunTasks();
     }
     m_pressed = false;
     m_service.Maintain();
+    m_isStepping = false;
 }

@@ -38,4 +38,5 @@ private:
     UIService& m_service;
     PreTranslate m_preTranslate;
     bool m_pressed = false; // the message in hand was consumed by the press of a button
+    bool m_isStepping = false;
 };

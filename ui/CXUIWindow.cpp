@@ -45,6 +45,7 @@ void CXUIWindow::Activate() {
 void CXUIWindow::Present() {
     Layout();
     m_peer->SetState(UIPeerState());
+    UIService::Get()->SetFrontWindow(this); // the system will say so too, but later
     if (GetFocus() == nullptr) {
         if (UIControl* control = PickFocus()) {
             control->Focus(true);
@@ -178,8 +179,9 @@ void CXUIWindow::Maintain() {
     if (m_layoutNeeded) {
         Layout();
     }
-    if (!m_active) {
-        return;
+    const UIService& service = *UIService::Get();
+    if (service.GetFrontWindow() != this || service.GetTopOf(this) != this) {
+        return; // it has no use for a focus now
     }
     UIControl* focus = GetFocus();
     if (focus == nullptr || !focus->IsTabStop()) {
@@ -220,7 +222,6 @@ void CXUIWindow::PeerCloseAsked() {
 }
 
 void CXUIWindow::PeerActivated(bool active) {
-    m_active = active;
     if (active) {
         UIService::Get()->SetFrontWindow(this);
     }
@@ -232,6 +233,11 @@ void CXUIWindow::PeerMenusOpening() {
 
 void CXUIWindow::PeerMenu(const CXString& command) {
     UIService::Get()->GetMenuManager().Choose(command);
+}
+
+void CXUIWindow::PeerMetricsChanged() {
+    SetLayoutNeeded();
+    TellState(); // some show themselves in some appearances only
 }
 
 bool CXUIWindow::PeerCopyData(uint64_t tag, absl::string_view bytes) {

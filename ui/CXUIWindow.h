@@ -79,7 +79,7 @@ public:
     void PeerMenusOpening() override;
     void PeerMenu(const CXString& command) override;
     bool PeerCopyData(uint64_t tag, absl::string_view bytes) override;
-    void PeerMetricsChanged() override { SetLayoutNeeded(); }
+    void PeerMetricsChanged() override;
 
 protected:
     void StateChanged() override;
@@ -96,7 +96,6 @@ private:
     std::unique_ptr<UIPeer> m_peer;
     CXSafePointer<CXUIWindow> m_owner;
     CXSafePointer<UIElement> m_lastFocus;
-    bool m_active = false;
     bool m_closed = false;
     bool m_layoutNeeded = true;
 };

@@ -293,11 +293,11 @@ bool HeadlessBackend::Type(absl::string_view text) {
     if (IsBlocked(focus->GetTop()) || focus->GetState().readOnly || !focus->GetState().enabled) {
         return Refuse("can't be changed:", focus->GetName());
     }
-    QueueTyping(text, m_queue.end());
+    QueueTyping(text, false);
     return true;
 }
 
-void HeadlessBackend::QueueTyping(absl::string_view text, std::deque<Message>::iterator where) {
+void HeadlessBackend::QueueTyping(absl::string_view text, bool inFront) {
     std::vector<Message> messages;
     while (!text.empty()) {
         const size_t size = std::max<size_t>(CodePointSize(text), 1);
@@ -321,7 +321,8 @@ void HeadlessBackend::QueueTyping(absl::string_view text, std::deque<Message>::i
         messages.push_back(std::move(typed));
         text.remove_prefix(size);
     }
-    m_queue.insert(where, std::make_move_iterator(messages.begin()),
+    m_queue.insert(inFront ? m_queue.begin() : m_queue.end(),
+                   std::make_move_iterator(messages.begin()),
                    std::make_move_iterator(messages.end()));
 }
 
@@ -342,7 +343,7 @@ bool HeadlessBackend::Fill(absl::string_view edit, absl::string_view text) {
         if (all.IsEmpty()) {
             target.DispatchKey(UIKey{kUIKeyDelete});
         } else {
-            QueueTyping(all, m_queue.begin()); // before what the user does next
+            QueueTyping(all, true); // before what the user does next
         }
     });
     return true;

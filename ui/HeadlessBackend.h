@@ -132,7 +132,7 @@ private:
     bool CanReach(HeadlessPeer* peer, absl::string_view what);
     void FocusByClick(HeadlessPeer& peer);
     void DispatchKey(const UIKey& key);
-    void QueueTyping(absl::string_view text, std::deque<Message>::iterator where);
+    void QueueTyping(absl::string_view text, bool inFront);
     bool AnswerDialog();
     CXString ReadSheet(HeadlessPeer& sheet);
     void AddFaults(HeadlessPeer& peer, std::vector<CXString>& faults);

@@ -378,6 +378,8 @@ GtkWidget* MakeScroller(GtkWidget* inside) {
     GTK::gtk_scrolled_window_set_policy(As<GtkScrolledWindow>(scroller), GTK_POLICY_NEVER,
                                         GTK_POLICY_AUTOMATIC);
     GTK::gtk_scrolled_window_set_shadow_type(As<GtkScrolledWindow>(scroller), GTK_SHADOW_IN);
+    // What is inside takes the keys; a frame that takes them too would be a stop without a name.
+    GTK::gtk_widget_set_can_focus(scroller, FALSE);
     GTK::gtk_container_add(As<GtkContainer>(scroller), inside);
     GTK::gtk_widget_show(inside);
     return scroller;
@@ -470,8 +472,10 @@ private:
             "style", static_cast<int>(run.italic ? PANGO_STYLE_ITALIC : PANGO_STYLE_NORMAL),
             "underline",
             static_cast<int>(run.underline ? PANGO_UNDERLINE_SINGLE : PANGO_UNDERLINE_NONE),
-            "strikethrough", static_cast<int>(run.strikeout), "size-points", run.halfPoints / 2.0,
-            end);
+            "strikethrough", static_cast<int>(run.strikeout), end);
+        if (run.halfPoints > 0) {
+            GTK::g_object_set(tag, "size-points", run.halfPoints / 2.0, end);
+        }
         if (run.colour != UITextRun::kDefaultColour) {
             const CXString colour = CXString::Format("#%06x", run.colour & 0xffffff);
             GTK::g_object_set(tag, "foreground", colour.GetData(), end);
@@ -505,11 +509,16 @@ public:
             GTK::gtk_widget_destroy(static_cast<GtkWidget*>(row->data));
         }
         GTK::g_list_free(rows);
-        for (const CXString& item : items) {
-            GtkWidget* label = GTK::gtk_label_new(item.GetData());
+        for (size_t i = 0; i < items.size(); ++i) {
+            GtkWidget* label = GTK::gtk_label_new(items[i].GetData());
             GTK::gtk_label_set_xalign(As<GtkLabel>(label), 0);
             GTK::gtk_label_set_ellipsize(As<GtkLabel>(label), PANGO_ELLIPSIZE_END);
             GTK::gtk_container_add(As<GtkContainer>(m_control), label);
+            GtkListBoxRow* row =
+                GTK::gtk_list_box_get_row_at_index(As<GtkListBox>(m_control), static_cast<int>(i));
+            GTK::atk_object_set_name(
+                GTK::gtk_widget_get_accessible(reinterpret_cast<GtkWidget*>(row)),
+                items[i].GetData());
         }
         GTK::gtk_widget_show_all(m_control);
     }

@@ -96,6 +96,7 @@ UIPeerGtkWindow::UIPeerGtkWindow(UIKind kind, UIPeerGtkWindow* parent, UIPeerSin
     GTK::Connect(m_overlay, "get-child-position", OnChildPosition, this);
     GTK::Connect(window, "delete-event", OnDelete, this);
     GTK::Connect(window, "window-state-event", OnStateEvent, this);
+    GTK::Connect(window, "map-event", OnMapped, this);
     GTK::Connect(window, "notify::is-active", OnActive, this);
     UIBackendGtk::Register(this, true);
 }
@@ -203,6 +204,12 @@ gboolean UIPeerGtkWindow::OnDelete(GtkWidget*, GdkEvent*, void* data) {
 gboolean UIPeerGtkWindow::OnStateEvent(GtkWidget*, GdkEventWindowState* event, void* data) {
     static_cast<UIPeerGtkWindow*>(data)->m_minimised =
         (event->new_window_state & GDK_WINDOW_STATE_ICONIFIED) != 0;
+    return FALSE;
+}
+
+gboolean UIPeerGtkWindow::OnMapped(GtkWidget*, GdkEvent*, void* data) {
+    // Where no window manager gives the focus to what is new, it is taken once that is possible.
+    GTK::gtk_window_present(static_cast<UIPeerGtkWindow*>(data)->GetNative());
     return FALSE;
 }
 

@@ -111,6 +111,7 @@ private:
     static gboolean OnChildPosition(GtkOverlay*, GtkWidget* child, GdkRectangle* out, void* data);
     static gboolean OnDelete(GtkWidget*, GdkEvent*, void* data);
     static gboolean OnStateEvent(GtkWidget*, GdkEventWindowState* event, void* data);
+    static gboolean OnMapped(GtkWidget*, GdkEvent*, void* data);
     static void OnActive(GObject*, GParamSpec*, void* data);
     static void OnMenuShown(GtkWidget*, void* data);
     static void OnMenuChosen(GtkMenuItem*, void* data);

@@ -491,6 +491,12 @@ private:
         SendMessageW(m_handle, EM_REPLACESEL, FALSE, reinterpret_cast<LPARAM>(text.c_str()));
         Select(0x7fffffff, 0x7fffffff);
     }
+    /// The letters of the window's own font, in twentieths of a point.
+    LONG GetSystemHeight() const {
+        LOGFONTW font{};
+        GetObjectW(m_window->GetFont(), sizeof(font), &font);
+        return static_cast<LONG>(std::lround(std::abs(font.lfHeight) / GetScale() * 72 / 96 * 20));
+    }
     void SetLook(const UITextParagraph& paragraph) {
         constexpr WORD kAlign[] = {PFA_LEFT, PFA_CENTER, PFA_RIGHT, PFA_JUSTIFY};
         PARAFORMAT2 look{};
@@ -508,7 +514,8 @@ private:
         look.dwMask = CFM_BOLD | CFM_ITALIC | CFM_UNDERLINE | CFM_STRIKEOUT | CFM_SIZE | CFM_COLOR;
         look.dwEffects = (run.bold ? CFE_BOLD : 0) | (run.italic ? CFE_ITALIC : 0) |
                          (run.underline ? CFE_UNDERLINE : 0) | (run.strikeout ? CFE_STRIKEOUT : 0);
-        look.yHeight = run.halfPoints * 10; // twentieths of a point
+        // Twentieths of a point.
+        look.yHeight = run.halfPoints > 0 ? run.halfPoints * 10 : GetSystemHeight();
         if (run.colour == UITextRun::kDefaultColour) {
             look.dwEffects |= CFE_AUTOCOLOR;
         } else {

@@ -57,7 +57,10 @@ void UIPeerWin32::Place() {
     const auto top = static_cast<int>(std::lround(m_rect.top * scale));
     const auto right = static_cast<int>(std::lround(m_rect.right * scale));
     const auto bottom = static_cast<int>(std::lround(m_rect.bottom * scale));
-    SendMessageW(m_handle, WM_SETFONT, reinterpret_cast<WPARAM>(m_window->GetFont()), FALSE);
+    // Rich text has letters of its own, which this message would level.
+    if (m_kind != UIKind::RichText) {
+        SendMessageW(m_handle, WM_SETFONT, reinterpret_cast<WPARAM>(m_window->GetFont()), FALSE);
+    }
     SetWindowPos(m_handle, nullptr, left, top, right - left, bottom - top,
                  SWP_NOZORDER | SWP_NOACTIVATE);
     if (m_state.shown) {

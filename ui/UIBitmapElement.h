@@ -2,6 +2,7 @@
 #pragma once
 
 #include "ui/UIControl.h"
+#include "ui/UIService.h"
 
 #include <utility>
 
@@ -19,11 +20,23 @@ public:
         }
         ContentChanged();
     }
+    /// A decoration lies behind texts; it is left out where the user wants strong colours.
+    void SetDecoration(bool isDecoration) {
+        m_isDecoration = isDecoration;
+        StateChanged();
+    }
     const CXBitmap& GetImage() const { return m_image; }
 
 protected:
     void FillPeer(UIPeer& peer) override { peer.SetImage(m_image); }
+    UIPeerState GetPeerState() const override {
+        UIPeerState state = UIControl::GetPeerState();
+        state.shown =
+            state.shown && !(m_isDecoration && UIService::Get()->GetBackend().IsHighContrast());
+        return state;
+    }
 
 private:
+    bool m_isDecoration = false;
     CXBitmap m_image;
 };

@@ -1,5 +1,20 @@
 #include "ui/UICustomControl.h"
 
+void UICustomControl::Attach(CXUIWindow* window) {
+    ForgetMeasures(); // without native controls there was nothing to measure
+    UIElement::Attach(window);
+}
+
+UIIntrinsic UICustomControl::Measure(int32_t forWidth) {
+    const auto known = m_measures.find(forWidth);
+    if (known != m_measures.end()) {
+        return known->second;
+    }
+    const UIIntrinsic measure = m_alignment.Measure(forWidth);
+    m_measures.emplace(forWidth, measure);
+    return measure;
+}
+
 void UICustomControl::Layout() {
     if (m_alignment.GetMethod() != nullptr) {
         m_alignment.Layout({UIWidth(GetRect()), UIHeight(GetRect())});

@@ -4,7 +4,9 @@
 #include "ui/UIElement.h"
 #include "ui/alignment/UIAlignmentContainer.h"
 
+#include <map>
 #include <memory>
+#include <vector>
 
 /// A panel. Without a method its children stay where they were put.
 class UICustomControl : public UIElement, public UIAlignmentParent {
@@ -22,7 +24,9 @@ public:
     /// What "padding" means between a child and an edge of this.
     void SetPadding(const UIInsets& padding) { m_padding = padding; }
 
-    UIIntrinsic Measure(int32_t forWidth) override { return m_alignment.Measure(forWidth); }
+    /// Measuring solves the layout several times, and who contains this asks more than once for the
+    /// same, so answers are kept until something changes in here.
+    UIIntrinsic Measure(int32_t forWidth) override;
     void Layout() override;
 
     void GetAlignmentChildren(std::vector<UIAlignmentChild>& children) override;
@@ -30,8 +34,15 @@ public:
     void PlaceAlignmentChild(size_t index, const UIRect& rect) override;
     UIIntrinsic MeasureAlignmentChild(size_t index, int32_t width) override;
 
+protected:
+    void ForgetMeasures() override { m_measures.clear(); }
+    void Attach(CXUIWindow* window) override;
+    /// An appearance with other letters is told in this way.
+    void StateChanged() override { ForgetMeasures(); }
+
 private:
     UIAlignmentContainer m_alignment;
     UIInsets m_padding = {kUIDefaultPadding, kUIDefaultPadding, kUIDefaultPadding,
                           kUIDefaultPadding};
+    std::map<int32_t, UIIntrinsic> m_measures; // by width
 };

@@ -22,8 +22,8 @@ UIElement* UIElement::Add(std::unique_ptr<UIElement> child) {
     m_children.push_back(std::move(child));
     if (m_window != nullptr) {
         added->Attach(m_window);
-        InvalidateLayout();
     }
+    InvalidateLayout();
     return added;
 }
 
@@ -37,8 +37,8 @@ void UIElement::Remove(UIElement* child) {
     m_children.erase(found);
     if (m_window != nullptr) {
         removed->Detach();
-        InvalidateLayout();
     }
+    InvalidateLayout();
     // It keeps its parent: a message that is on its way through it bubbles on.
     if (UIService* service = UIService::Get()) {
         service->DestroyLater(std::move(removed));
@@ -131,6 +131,14 @@ void UIElement::Layout() {
 }
 
 void UIElement::InvalidateLayout() {
+    for (UIElement* element = this; element != nullptr; element = element->m_parent) {
+        element->ForgetMeasures();
+    }
+    for (const UIElement* above = m_parent; above != nullptr; above = above->m_parent) {
+        if (above->m_hints.noUpdateOnChildChange) {
+            return;
+        }
+    }
     if (m_window != nullptr) {
         m_window->SetLayoutNeeded();
     }

@@ -87,7 +87,8 @@ public:
     /// What its description says of layout.
     void SetHints(const UIAlignmentHints& hints) { m_hints = hints; }
     const UIAlignmentHints& GetHints() const { return m_hints; }
-    /// What this shows has changed its measures; the window lays out anew before the next message.
+    /// What this shows has changed its measures; the window lays out anew before the next message,
+    /// unless this lies in an element that doesn't update when its children change.
     void InvalidateLayout();
 
     // ---- Messages ----
@@ -102,13 +103,16 @@ protected:
     virtual void Detach();
     /// Its visibility or usability, or its place in the window, may have changed; for controls.
     virtual void StateChanged() {}
+    /// What was measured before holds no longer.
+    virtual void ForgetMeasures() {}
     virtual void RectChanged() {}
     /// Destroys the children, last first. A class that holds what they need calls it first in its
     /// destructor.
     void DestroyChildren();
+    /// Calls `StateChanged` of this and all below.
+    void TellState();
 
 private:
-    void TellState();
     void TellRect();
 
     CXString m_name;

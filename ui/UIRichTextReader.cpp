@@ -32,6 +32,9 @@ bool IsLetter(char byte) {
 bool IsDigit(char byte) {
     return byte >= '0' && byte <= '9';
 }
+bool IsControl(uint32_t code) {
+    return code < 0x20 && code != '\t' && code != '\n';
+}
 int HexDigit(char byte) {
     const char lower = static_cast<char>(AsciiLower(static_cast<unsigned char>(byte)));
     return IsDigit(byte) ? byte - '0' : lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
@@ -151,7 +154,7 @@ uint32_t UIRichTextReader::Windows1252(uint8_t byte) {
 }
 
 void UIRichTextReader::AppendLetter(CXStringEdit& text, uint32_t code) {
-    if (code < 0x20 && code != '\t' && code != '\n') {
+    if (IsControl(code)) {
         return;
     }
     // The last code of each length would be written a byte longer, which others don't read.
@@ -446,7 +449,7 @@ void UIRichTextReader::Letter(uint32_t code) {
         --m_fallbackLeft;
         return;
     }
-    if (m_state.isSkipped || m_state.isHidden || m_state.isColourTable) {
+    if (m_state.isSkipped || m_state.isHidden || m_state.isColourTable || IsControl(code)) {
         return;
     }
     if (!m_runStyle.SameStyle(m_state.style)) {

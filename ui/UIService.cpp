@@ -101,7 +101,7 @@ void UIService::CloseSheetsOf(CXUIWindow* window) {
 
 void UIService::Forget(CXUIWindow* window) {
     if (m_front.Get() == window) {
-        m_front = nullptr;
+        m_front = window->GetOwner(); // what lay below is in front now
     }
     const auto found = std::find_if(m_windows.begin(), m_windows.end(),
                                     [window](const auto& entry) { return entry.get() == window; });

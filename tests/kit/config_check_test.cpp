@@ -112,7 +112,7 @@ TEST_F(ConfigCheck, FaultsAndTheirLines) {
          "", "error installation-folder-name can't be the name"},
         {"\"works.mostrel.rowan-sails\"", "\"works/mostrel\"", "application-bundle-id",
          "error application-bundle-id must be"},
-        {"is-installation false", "is-installation yes", "",
+        {"is-installation false", "is-installation 1", "",
          "error patch-is-installation is neither"},
         {"\"RSNE.exe\"", "\"bin\\RSNE.exe\"", "", "error patch-anchor-file could match no"},
         {"\"RSNE.exe\"", "\"./RSNE.exe\"", "", "error patch-anchor-file could match no"},

@@ -22,8 +22,8 @@ protected:
         diffAt = 8;
         checksumAt = diffAt + diff.size();
         payloadAt = patch.records.size() + 8;
-        for (int i = 0; i < 5000; i++) {
-            contents += static_cast<char>((i * i * 7919) >> 5);
+        for (unsigned i = 0; i < 5000; i++) {
+            contents += static_cast<char>((i * i * 7919) >> 5 & 0xFF);
         }
         patch.Create("bin/made", contents);
     }

@@ -64,6 +64,14 @@ fetch 2 "" "ftp://127.0.0.1/x" f
 fetch 2 "" "http://127.0.0.1:$http/file.bin" missing-folder/f
 fetch 2 "" "http://127.0.0.1:$http/file.bin" f --ca www/file.bin
 
+# Control files are read from servers too, by what only looks at them.
+printf 'patch-operations\n{\n0\n{\ncommand delete-file\ndestination-filepath gone\n}\n}\n' \
+    >www/control.txt
+"$kit" inspect "http://127.0.0.1:$http/control.txt" >out 2>err
+grep -q "^deletes	1$" out
+mkdir target
+"$kit" verify --after "http://127.0.0.1:$http/control.txt" target >out 2>err
+
 # A slow transfer is stopped by Ctrl-C and keeps what came.
 "$kit" fetch "http://127.0.0.1:$http/slow/file.bin" g >out 2>err </dev/null &
 client=$!

@@ -8,7 +8,7 @@
 
 namespace {
 
-std::string Little(uint32_t value, size_t count) {
+std::string Little(uint64_t value, size_t count) {
     std::string bytes;
     for (size_t index = 0; index < count; ++index) {
         bytes.push_back(static_cast<char>(value >> (8 * index)));

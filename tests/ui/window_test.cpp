@@ -6,6 +6,7 @@
 #include "runtime/CXWorkerHost.h"
 #include "ui/CXFileDialog.h"
 #include "ui/CXUIApplication.h"
+#include "ui/UIBitmapElement.h"
 #include "ui/UIButton.h"
 #include "ui/UICheckBox.h"
 #include "ui/UICustomControl.h"
@@ -330,10 +331,24 @@ children
     window->Find("text")->SetShown(false);
     Settle();
     EXPECT_EQ(top(), 0);
+    // A page that asks for its layouts itself.
+    UIElement* holder = window->Find("page");
+    UIAlignmentHints hints;
+    hints.noUpdateOnChildChange = true;
+    holder->SetHints(hints);
     window->Find("text")->SetShown(true);
+    Settle();
+    EXPECT_EQ(top(), 0);
+    holder->InvalidateLayout();
+    Settle();
+    EXPECT_EQ(top(), 30);
+    UIBitmapElement* picture = window->AddNew<UIBitmapElement>("picture");
+    picture->SetDecoration(true);
+    EXPECT_TRUE(Shows("Bitmap"));
     m_user.ChangeAppearance({14, 30}, true);
     Settle();
     EXPECT_EQ(top(), 120);
+    EXPECT_FALSE(Shows("Bitmap")); // nothing lies behind texts in strong colours
     EXPECT_EQ(m_user.FindFaults(), "");
 }
 

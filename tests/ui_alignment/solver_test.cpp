@@ -249,7 +249,7 @@ TEST(UIAlignmentSolver, RandomInputEnds) {
     const double coefficients[] = {1, 1, 1, 1, -1, 0.5, 2, 0, -3.25, 1e-9, 1e12, NAN, HUGE_VAL};
     const double constants[] = {0, 1, -1, 10, 100.5, 1e7, -1e7, HUGE_VAL, NAN};
     uint64_t most = 0;
-    for (int turn = 0; turn < 400; ++turn) {
+    for (int turn = 0; turn < 60; ++turn) {
         const bool isSane = turn % 2 == 0;
         const int variables = pick(1, 40);
         Solver solver;

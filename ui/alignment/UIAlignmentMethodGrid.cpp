@@ -3,7 +3,7 @@
 #include "dn/TextConfig.h"
 
 #include <algorithm>
-#include <numeric>
+#include <iterator>
 
 using Fit = UIAlignmentScene::Fit;
 
@@ -86,12 +86,74 @@ UIAlignmentMethodGrid::Arrange(const UIAlignmentScene& scene) const {
     return cells;
 }
 
+// The gaps between the tracks of one line, and their sum.
+int32_t UIAlignmentMethodGrid::SetGaps(std::vector<Track>& line) {
+    int32_t sum = 0;
+    for (size_t index = 1; index < line.size(); ++index) {
+        // Places left free at the start of a line need no distance.
+        const bool isFirst = sum == 0 && line[index - 1].natural == 0;
+        line[index].gap = isFirst ? 0 : std::max(line[index - 1].far, line[index].near);
+        sum += line[index].gap;
+    }
+    return sum;
+}
+
+// Gives the tracks of one line their lengths and places within `given` pixels behind `before`.
+// Returns where the last one ends.
+int32_t UIAlignmentMethodGrid::SizeLine(std::vector<Track>& line, const Direction& direction,
+                                        int32_t before, int64_t given) const {
+    int64_t leastSum = 0;
+    int64_t naturalSum = 0;
+    Track largest;
+    for (const Track& track : line) {
+        largest.least = std::max(largest.least, track.least);
+        largest.natural = std::max(largest.natural, track.natural);
+    }
+    for (Track& track : line) {
+        if (direction.pairing == Pairing::Equal) {
+            track.least = largest.least;
+            track.natural = largest.natural;
+        }
+        leastSum += track.least;
+        naturalSum += track.natural;
+    }
+    const int64_t room = direction.fit == Fit::Natural   ? naturalSum
+                         : direction.fit == Fit::Minimum ? leastSum
+                                                         : std::max(given, leastSum);
+    // What lies between least and natural lengths is given out in proportion; what lies above only
+    // to equal tracks. Each gets what is due up to it less what was given, so that all is given.
+    const bool isShort = room < naturalSum;
+    const int64_t weights = isShort ? naturalSum - leastSum : std::max<int64_t>(naturalSum, 1);
+    const int64_t share = isShort                               ? room - leastSum
+                          : direction.pairing == Pairing::Equal ? room - naturalSum
+                                                                : 0;
+    int64_t at = before;
+    const bool startsFree = line.size() > 1 && line[0].natural == 0;
+    if (direction.pairing == Pairing::None && minorAxisAlignToEnd && direction.isMinor &&
+        direction.fit == Fit::Given && startsFree) {
+        at += std::max<int64_t>(0, room - naturalSum);
+    }
+    int64_t weight = 0;
+    int64_t givenOut = 0;
+    for (Track& track : line) {
+        weight += isShort ? track.natural - track.least : track.natural;
+        const int64_t due = share * weight / weights;
+        const int32_t base = isShort ? track.least : track.natural;
+        at += track.gap;
+        track.start = static_cast<int32_t>(at);
+        track.length = static_cast<int32_t>(base + due - givenOut);
+        givenOut = due;
+        at += track.length;
+    }
+    return static_cast<int32_t>(at);
+}
+
 void UIAlignmentMethodGrid::Place(UIAlignmentScene& scene, const std::vector<Cell>& cells,
                                   const Direction& direction,
                                   const std::vector<UIIntrinsic>& sizes) const {
+    const bool isPaired = direction.pairing != Pairing::None;
     size_t trackCount = 0;
     size_t lineCount = 1;
-    const bool isPaired = direction.pairing != Pairing::None;
     for (const Cell& cell : cells) {
         trackCount = std::max(trackCount, cell.*direction.place + 1);
         lineCount = isPaired ? 1 : std::max(lineCount, cell.*direction.across + 1);
@@ -103,77 +165,30 @@ void UIAlignmentMethodGrid::Place(UIAlignmentScene& scene, const std::vector<Cel
     for (const Cell& cell : cells) {
         Track& track = trackOf(cell);
         const int32_t least = std::max(0, sizes[cell.child].min.*direction.size);
+        const UIInsets& padding = scene.children[cell.child].padding;
         track.least = std::max(track.least, least);
         track.natural = std::max({track.natural, least, sizes[cell.child].natural.*direction.size});
-        const UIInsets& padding = scene.children[cell.child].padding;
         track.near = std::max(track.near, padding.*direction.nearPadding);
         track.far = std::max(track.far, padding.*direction.farPadding);
     }
     const int32_t before = scene.frame.padding.*direction.nearPadding;
     const int32_t after = scene.frame.padding.*direction.farPadding;
     int32_t& frameLength = scene.frame.size.*direction.size;
-    int32_t longest = 0;
-    for (std::vector<Track>& tracks : lines) {
-        Track largest;
-        int64_t leastSum = 0;
-        int64_t naturalSum = 0;
-        int32_t gaps = 0;
-        for (size_t index = 0; index < tracks.size(); ++index) {
-            largest.least = std::max(largest.least, tracks[index].least);
-            largest.natural = std::max(largest.natural, tracks[index].natural);
-            const bool isFirst = index == 0 || (tracks[index - 1].natural == 0 && gaps == 0);
-            tracks[index].gap = isFirst ? 0 : std::max(tracks[index - 1].far, tracks[index].near);
-            gaps += tracks[index].gap;
-        }
-        for (Track& track : tracks) {
-            if (direction.pairing == Pairing::Equal) {
-                track.least = largest.least;
-                track.natural = largest.natural;
-            }
-            leastSum += track.least;
-            naturalSum += track.natural;
-        }
-        const int64_t given = int64_t{frameLength} - before - after - gaps;
-        const int64_t room = direction.fit == Fit::Natural   ? naturalSum
-                             : direction.fit == Fit::Minimum ? leastSum
-                                                             : std::max(given, leastSum);
-        // What lies between least and natural sizes is given out in proportion; what lies above
-        // only to equal tracks. Adding up first leaves no pixel over.
-        const bool isShort = room < naturalSum;
-        const int64_t span = isShort ? naturalSum - leastSum : std::max<int64_t>(naturalSum, 1);
-        const int64_t share = isShort                               ? room - leastSum
-                              : direction.pairing == Pairing::Equal ? room - naturalSum
-                                                                    : 0;
-        int64_t weightSum = 0;
-        int64_t givenOut = 0;
-        int64_t at = before;
-        if (!isPaired && minorAxisAlignToEnd && direction.isMinor && direction.fit == Fit::Given &&
-            tracks.size() > 1 && tracks[0].natural == 0) {
-            at += std::max<int64_t>(0, room - naturalSum);
-        }
-        for (Track& track : tracks) {
-            weightSum += isShort ? track.natural - track.least : track.natural;
-            const int64_t upTo = share * weightSum / span;
-            at += track.gap;
-            track.start = static_cast<int32_t>(at);
-            track.length =
-                static_cast<int32_t>((isShort ? track.least : track.natural) + upTo - givenOut);
-            givenOut = upTo;
-            at += track.length;
-        }
-        longest = std::max(longest, static_cast<int32_t>(at));
+    int32_t end = before;
+    for (std::vector<Track>& line : lines) {
+        const int64_t given = int64_t{frameLength} - before - after - SetGaps(line);
+        end = std::max(end, SizeLine(line, direction, before, given));
     }
     if (direction.fit != Fit::Given) {
-        frameLength = longest + after;
+        frameLength = end + after;
     }
     for (const Cell& cell : cells) {
         const Track& track = trackOf(cell);
         UIAlignmentChild& child = scene.children[cell.child];
-        int32_t length = track.length;
-        if (child.hints.sizeNotFlexible) {
-            length = std::min(length, std::max(sizes[cell.child].natural.*direction.size,
-                                               sizes[cell.child].min.*direction.size));
-        }
+        const UIIntrinsic& own = sizes[cell.child];
+        const int32_t wanted = std::max(own.natural.*direction.size, own.min.*direction.size);
+        const int32_t length =
+            child.hints.sizeNotFlexible ? std::min(track.length, wanted) : track.length;
         child.rect.*direction.nearEdge = track.start;
         child.rect.*direction.farEdge = track.start + length;
     }

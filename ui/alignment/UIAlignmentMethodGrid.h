@@ -46,6 +46,9 @@ private:
     struct Direction;
 
     std::vector<Cell> Arrange(const UIAlignmentScene& scene) const;
+    static int32_t SetGaps(std::vector<Track>& line);
+    int32_t SizeLine(std::vector<Track>& line, const Direction& direction, int32_t before,
+                     int64_t given) const;
     void Place(UIAlignmentScene& scene, const std::vector<Cell>& cells, const Direction& direction,
                const std::vector<UIIntrinsic>& sizes) const;
 };

@@ -56,7 +56,8 @@ private:
         kPlaces = 163,
     };
     static constexpr size_t kTurns = kDeviations - kShortfalls;
-    // The tables count in parts of a pixel, as the solver leaves a range of one unit undecided.
+    // The tables count in parts of a pixel, as the solver leaves a range of one unit undecided. Its
+    // limit then is 31,250 pixels.
     static constexpr double kUnits = 32;
 
     // A distance between elements, added to or taken off a constraint.

@@ -211,9 +211,12 @@ bool UIAlignmentSolver::Narrow(const Link& link) {
     const bool below = IsUpperBound(link.relation);
     const bool above = IsLowerBound(link.relation);
     const Variable& x = m_variables[link.x];
-    const Interval zero = {0, 0};
-    Interval a = link.a == 0 ? zero : Scale(m_variables[link.a], link.coefficientA);
-    const Interval b = link.b == 0 ? zero : Scale(m_variables[link.b], link.coefficientB);
+    // Taken afresh each time: a constraint may have one variable on both sides.
+    const auto term = [this](uint16_t variable, double coefficient) {
+        return variable == 0 ? Interval{0, 0} : Scale(m_variables[variable], coefficient);
+    };
+    const Interval a = term(link.a, link.coefficientA);
+    const Interval b = term(link.b, link.coefficientB);
     if (!Clip(link.x, above ? link.low + a.low + b.low : -HUGE_VAL,
               below ? link.high + a.high + b.high : HUGE_VAL, link.constraint)) {
         return false;
@@ -229,15 +232,10 @@ bool UIAlignmentSolver::Narrow(const Link& link) {
                 std::swap(low, high);
             }
         }
-        return Clip(variable, low, high, link.constraint);
+        return variable == 0 || Clip(variable, low, high, link.constraint);
     };
-    if (link.a != 0) {
-        if (!narrowTerm(link.a, link.coefficientA, b)) {
-            return false;
-        }
-        a = Scale(m_variables[link.a], link.coefficientA);
-    }
-    return link.b == 0 || narrowTerm(link.b, link.coefficientB, a);
+    return narrowTerm(link.a, link.coefficientA, term(link.b, link.coefficientB)) &&
+           narrowTerm(link.b, link.coefficientB, term(link.a, link.coefficientA));
 }
 
 bool UIAlignmentSolver::Clip(uint16_t variable, double low, double high, uint32_t constraint) {

@@ -33,7 +33,7 @@ public:
     static constexpr int kMaxRounds = 10000;
     /// Most narrowings tried in one Solve; what is open by then ends in the middle. Far above what
     /// any layout needs: it bounds the time that a contradictory description can take.
-    static constexpr uint64_t kMaxSteps = 10000000;
+    static constexpr uint64_t kMaxSteps = 5000000;
 
     enum Relation : uint8_t {
         kLess,
