@@ -106,6 +106,40 @@ TEST_F(Windows, StatesCountThroughAllThatAnElementIsIn) {
     EXPECT_EQ(window->Take(), Names{});
 }
 
+TEST_F(Windows, AUserCantDoEverything) {
+    RecordingWindow* window = Open<RecordingWindow>();
+    window->AddNew<UIEditTextControl>("edit")->SetText("\xC3\xA4");
+    window->AddNew<UIEditTextControl>("fixed")->SetReadOnly(true);
+    window->AddNew<UIListControl>("list")->SetItems({"one"});
+    window->AddNew<UILabel>("label")->SetText("Label");
+    window->AddNew<UIButton>("hidden")->SetShown(false);
+    Settle();
+    EXPECT_TRUE(Did(m_user.ClickInto("edit")));
+    EXPECT_TRUE(Did(m_user.Type("b\xE2\x82\xAC")));
+    EXPECT_TRUE(Did(m_user.Key(kUIKeyBackspace))); // a whole letter
+    EXPECT_EQ(window->Find("edit")->AsControl()->GetText(), "\xC3\xA4"
+                                                            "b");
+    window->Find("edit")->ProcessMessage(CXMessage("edit-undo"));
+    EXPECT_EQ(window->Find("edit")->AsControl()->GetText(), "\xC3\xA4"
+                                                            "b\xE2\x82\xAC");
+    window->Take();
+    EXPECT_TRUE(Did(m_user.ClickInto("fixed"))); // to copy from
+    const std::pair<const char*, std::function<bool()>> kActs[] = {
+        {"type into what is read-only", [this] { return m_user.Type("x"); }},
+        {"fill what is read-only", [this] { return m_user.Fill("fixed", "x"); }},
+        {"press what is hidden", [this] { return m_user.Press("hidden"); }},
+        {"press a text", [this] { return m_user.Press("Label"); }},
+        {"click into a text", [this] { return m_user.ClickInto("label"); }},
+        {"press nothing", [this] { return m_user.Press("nothing"); }},
+        {"choose what isn't listed", [this] { return m_user.ClickLine("list", "two"); }},
+        {"choose from no menu", [this] { return m_user.ChooseMenu("edit-copy"); }},
+    };
+    for (const auto& [what, act] : kActs) {
+        EXPECT_FALSE(Did(act())) << what;
+    }
+    EXPECT_EQ(window->Take(), Names{});
+}
+
 TEST_F(Windows, TasksAndWorkersGoOnUnderASheetThatTakesTheInput) {
     PagedWindow* window = Open<PagedWindow>();
     UIElement* page = window->Find("page 1");
