@@ -13,12 +13,9 @@ using Root = VelPatchRegistryRoot;
 
 class Registry : public testing::TestWithParam<const char*> {
 protected:
-    Registry()
-        : m_kept(GetParam() == std::string("memory") ? CXString()
-                                                     : m_folder.Path("new/registry.dat")) {}
-
     VelPatchRegistry& Get() {
-        return GetParam() == std::string("system") ? VelPatchRegistry::Platform() : m_kept;
+        const std::string kind = GetParam();
+        return kind == "system" ? VelPatchRegistry::Platform() : kind == "file" ? m_file : m_memory;
     }
     std::string Read(Root root, const CXString& path, const CXString& name) {
         CXString text;
@@ -39,7 +36,8 @@ protected:
     }
 
     const TempFolder m_folder;
-    VelPatchRegistryTree m_kept;
+    VelPatchRegistryTree m_file{[this] { return m_folder.Path("new/registry.dat"); }};
+    VelPatchRegistryTree m_memory;
 };
 
 TEST_P(Registry, SetsReadsListsAndDeletes) {
@@ -97,7 +95,7 @@ TEST(RegistryFile, SurvivesDamage) {
     const TempFolder folder;
     folder.WriteFile("r.dat", "HKCU 5\nHKLM\n{\n\"A\\B\"\n{\nx \"text:kept\"\ny 7\nz\n{\n}\n}\n"
                               "\"A\\C\" text\n}\n}\nHKCR\n{\nK\n{\na \"text:unread\"\n}\n}\n");
-    VelPatchRegistryTree registry(folder.Path("r.dat"));
+    VelPatchRegistryTree registry([&] { return folder.Path("r.dat"); });
     CXString text;
     EXPECT_EQ(registry.ReadString(Root::LocalMachine, "a\\b", "X", text), kCXResultOK);
     EXPECT_EQ(text, "kept");
