@@ -6,6 +6,7 @@ import hashlib
 import http.client
 import os
 import pathlib
+import shlex
 import shutil
 import signal
 import socket
@@ -301,7 +302,8 @@ def check_files(test, build):
     (test.folder / "fetched.bin").write_bytes(body[:20])
     test.kit("fetch", control, "fetched.txt", "--ca", "server.crt")
     test.kit("fetch", data, "fetched.bin", "--ca", "server.crt", "--resume")
-    test.kit("apply", "fetched.txt", "target", "--data", "fetched.bin")
+    test.expect("fetched", (test.folder / "fetched.bin").read_bytes(), body)
+    test.kit("apply", control, "target", "--data", data, "--ca", "server.crt")
     test.expect("patched", (test.folder / "target/RSNE.exe").read_bytes(),
                 (test.folder / "build2/RSNE.exe").read_bytes())
     for address in ("/up/nginx/velpatch-http.conf", "/up/files/", "/up/files/../service.txt", "/",
@@ -377,6 +379,50 @@ def check_refusals(test):
     test.expect("modes", modes, {"nginx": 0o700, "velpatch-http.conf": 0o600})
 
 
+def check_hashed(test):
+    """The same logins, with digests in the server's hands."""
+    text = (test.folder / "service.txt").read_text(encoding="utf-8")
+    test.write("service.txt", "hash-passwords true\n" + text)
+    test.kit("publish", "service.txt", "out")
+    test.server.send_signal(signal.SIGHUP)
+    other = f"u=ada&p={escape('p&w=+% é', '%%%02X')}&id=works.rowan&iid=x"
+    for _ in range(500):
+        if "invalid" in test.ask("rollstockstreamcheck", other):
+            break
+        time.sleep(0.02)
+    password = escape("p&w=+% é")
+    for login, wanted in ((f"u=ada&p={password}", None), (f"u=Ada&p={password}", "no-patch-streams"),
+                          (f"u=%61d%61&p={password}", None),
+                          (f"u={escape(HOSTILE)}&p={escape(HOSTILE)}", "no-products-owned"),
+                          (f"u=ADA&p={password}", "invalid-myrollstock-details"),
+                          (f"u=ada&p={escape(HOSTILE)}", "invalid-myrollstock-details"),
+                          ("u=none&p=", "login_details_not_received"),
+                          (f"u=&p={password}", "login_details_not_received"),
+                          ("u=none&p=x", "invalid-myrollstock-details")):
+        wanted = error(wanted) if wanted else 'good 1\nstream "live Live  ""Stream"" {};"\n' \
+            'default-stream "live"\n'
+        test.stream_check(login + "&id=works.rowan&iid=rowan-2", wanted)
+
+
+def check_document(test):
+    """The example of the document is a good service file, and its next build can be added."""
+    text = (pathlib.Path(__file__).resolve().parents[2] / "docs/service.md").read_text("utf-8")
+    build1 = hashlib.md5((test.folder / "build1/RSNE.exe").read_bytes()).hexdigest()
+    example = text.split("```\n")[1].replace("84f2bdcf4776e180b8b35c1764720c0a", build1)
+    test.write("doc/service.txt", example)
+    command = text.split("velpatch-kit publish service.txt site --add-build")[1].split("\n\n")[0]
+    for source, folder in (
+            ("p12", "patches/1.0-to-1.1"), ("p23", "patches/1.1-to-1.2"),
+            ("p13", "patches/1.0-to-1.2"), ("full", "installations/1.1"),
+            ("full3", "installations/1.2"), ("build2", "builds/1.1"), ("build3", "builds/1.2")):
+        shutil.copytree(test.folder / source, test.folder / "doc" / folder)
+    words = shlex.split(command.replace("\\\n", " "))
+    done = subprocess.run([KIT, "publish", "service.txt", "site", "--add-build", *words],
+                          cwd=test.folder / "doc", capture_output=True, text=True, check=False)
+    test.expect("docs/service.md", (done.returncode, "warning" in done.stderr.lower()), (0, False))
+    test.expect("its patches", "patches\t3\n" in done.stdout, True)
+
+
 def main():
     with tempfile.TemporaryDirectory() as name:
         test = Test(pathlib.Path(name).resolve())
@@ -399,6 +445,8 @@ def main():
             check_files(test, build1)
             check_new_build(test, build1)
             check_refusals(test)
+            check_hashed(test)
+            check_document(test)
         finally:
             test.stop()
         if test.failures:
