@@ -25,6 +25,7 @@ stream.left = parent.left + padding
 stream.right = change.left - 8
 stream.top = prompt.bottom + 13
 change.right = parent.right - padding
+change.width = change.content-width
 change.top = prompt.bottom + 13
 back.right = next.left - 8
 back.bottom = next.bottom
