@@ -1,10 +1,12 @@
 #include "kit/VelPatchPublishReader.h"
 
 #include "core/CXFileSystem.h"
+#include "kit/VelPatchPublishConfig.h"
 #include "net/CXURI.h"
 
 #include <algorithm>
 #include <functional>
+#include <initializer_list>
 
 namespace {
 
@@ -83,6 +85,17 @@ private:
             m_text.Complain(root, key, "must look like \"https://host/folder/\"");
         }
         return address;
+    }
+
+    /// Texts that requests are compared with, in one word of the web server's configuration.
+    void CheckLength(const Entry& entry, std::initializer_list<CXString> texts) {
+        size_t length = 0;
+        for (const CXString& text : texts) {
+            length += VelPatchPublishConfig::MatchEscaped(text).GetLength();
+        }
+        if (length > VelPatchPublishConfig::kLongestMatch) {
+            m_text.Complain(entry, nullptr, "is too long for the web server's configuration");
+        }
     }
 
     CXString ReadPath(const Entry& parent, const char* key, bool isRequired) {
@@ -164,6 +177,7 @@ private:
         if (stream.id.View().find(' ') != absl::string_view::npos) {
             m_text.Complain(entry, nullptr, "a stream's id must not hold a blank");
         }
+        CheckLength(entry, {stream.id});
         stream.name = m_text.GetText(entry, "name", true);
         stream.anchorFile = m_text.GetText(entry, "anchor-file", false);
         stream.isRestricted = entry.value->Get("restricted")->GetBool();
@@ -175,6 +189,7 @@ private:
             if (one.name.IsEmpty() || !VelPatchPublishText::IsPlain(one.name, false)) {
                 m_text.Complain(one, nullptr, "the id is empty or holds control characters");
             }
+            CheckLength(one, {one.name});
             stream.installations.push_back({one.name, ReadPatch(one)});
         }
         if (stream.builds.empty() && stream.installations.empty()) {
@@ -208,6 +223,7 @@ private:
         product.name = entry.name;
         product.bundleId = m_text.GetText(entry, "bundle-id", true);
         product.installationId = m_text.GetText(entry, "installation-id", false);
+        CheckLength(entry, {product.bundleId, product.installationId});
         product.streams =
             ReadNames(entry, "streams", m_service.streams, &VelPatchPublishStream::id);
         if (product.streams.empty()) {
@@ -240,6 +256,9 @@ private:
         account.place = m_text.GetPlace(entry);
         account.user = entry.name;
         account.password = m_text.GetText(entry, "password", true);
+        // A digest has the same length whatever it is made of.
+        CheckLength(entry,
+                    {account.user, m_service.hashesPasswords ? CXString() : account.password});
         account.products =
             ReadNames(entry, "products", m_service.products, &VelPatchPublishProduct::name);
         account.streams =

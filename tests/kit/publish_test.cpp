@@ -149,6 +149,15 @@ TEST(PublishReader, SaysWhatIsWrongAndWhere) {
             << one.what << " -> " << one.by << "\n"
             << problems;
     }
+    // The web server would not start with more.
+    const auto withPassword = [](size_t length) {
+        return Replaced(kService, "password \"x\"",
+                        "password \"" + std::string(length, 'x') + "\"");
+    };
+    EXPECT_EQ(ProblemsOf(withPassword(400)), "");
+    EXPECT_NE(ProblemsOf(withPassword(450)).find("accounts/ada: is too long for the web server's"),
+              std::string::npos);
+    EXPECT_EQ(ProblemsOf("hash-passwords true\n" + withPassword(450)), "");
     EXPECT_NE(ProblemsOf(kService.substr(0, kService.find("accounts"))).find("no accounts"),
               std::string::npos);
     EXPECT_NE(ProblemsOf("").find("there are no products"), std::string::npos);
