@@ -43,7 +43,6 @@ struct VelPatchPublishStream {
 };
 
 struct VelPatchPublishProduct {
-    CXString place;
     CXString name; ///< of the service file alone
     CXString bundleId;
     CXString installationId;     ///< empty: of any
@@ -51,7 +50,6 @@ struct VelPatchPublishProduct {
 };
 
 struct VelPatchPublishAccount {
-    CXString place;
     CXString user;
     CXString password;
     std::vector<size_t> products; ///< indices of those that it owns, ascending

@@ -132,6 +132,8 @@ TEST(PublishReader, SaysWhatIsWrongAndWhere) {
         {"            game\n", "            game 1\n", "is a name alone and takes no value"},
         {"        {\n            beta\n", "        {\n            live\n",
          "'live' is open to every owner"},
+        {"            game\n        }\n        streams", "        }\n        streams",
+         "accounts/ada/streams: 'beta' belongs to no product of the account"},
         {"password \"x\"", "password \"\"", "ada/password: 'password' is missing"},
         {"    game\n    {",
          "    copy { bundle-id works.game\nstreams {\nlive\n} }\n    game\n    {",
@@ -288,8 +290,8 @@ TEST_F(Publisher, HoldsPatchesAgainstBuilds) {
         EXPECT_NE(said.find(words), std::string::npos) << said;
     };
     const CXString one = CXMD5::OfBlock("one", 3);
-    says(Replaced(kService, "patch/c", "patch/gone"), "gone' can't be read");
-    says(Replaced(kService, "patch/c", "patch"), "patch' can't be read");
+    says(Replaced(kService, "patch/c", "patch/gone"), "gone' can't be read as a plain file");
+    says(Replaced(kService, "patch/c", "patch"), "patch' can't be read as a plain file");
     says(Replaced(kService, "patch/c", "patch/d"), "is not a control file that can be used");
     says(Replaced(kService, "patch/d", "one/game.exe"), "is not the data file of");
     says(Replaced(kService, "folder \"one\"", "folder \"gone\""), "the anchor file");
