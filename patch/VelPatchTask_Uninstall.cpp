@@ -38,6 +38,13 @@ bool VelPatchTask_Uninstall::Begin(const CXString& targetFolder) {
 }
 
 void VelPatchTask_Uninstall::Go() {
+    if (!IsRunning()) {
+        // Not left to the thread: who polls before it has its first turn would see an idle task.
+        const CXCriticalSectionGuard guard(m_lock);
+        m_status = TaskStatus();
+        m_status.state = kTaskStateBusy;
+        m_status.statusText = CXString::Format("Uninstalling%s", m_applicationName.GetData());
+    }
     Start();
 }
 
@@ -58,12 +65,6 @@ void VelPatchTask_Uninstall::AnswerPrompt(bool retry) {
 }
 
 void VelPatchTask_Uninstall::Proc() {
-    {
-        const CXCriticalSectionGuard guard(m_lock);
-        m_status = TaskStatus();
-        m_status.state = kTaskStateBusy;
-        m_status.statusText = CXString::Format("Uninstalling%s", m_applicationName.GetData());
-    }
     DeleteListedFiles();
     for (bool isFirst = true;; isFirst = false) {
         const CXResult result = CXFileSystem::DeleteRecursive(m_targetFolder);
