@@ -51,7 +51,7 @@ public:
         // Each refers to those before it.
         ReadAll("streams", [this](const Entry& entry) { ReadStream(entry); });
         ReadAll("products", [this](const Entry& entry) { ReadProduct(entry); });
-        m_service.hashesPasswords = root.value->Get("hash-passwords")->GetBool();
+        m_service.hashesPasswords = m_text.GetFlag(root, "hash-passwords");
         m_service.isOpen = root.value->Get("accounts")->GetType() == kDNTypeNone;
         ReadAll("accounts", [this](const Entry& entry) { ReadAccount(entry); });
         CheckUse();
@@ -180,7 +180,7 @@ private:
         CheckLength(entry, {stream.id});
         stream.name = m_text.GetText(entry, "name", true);
         stream.anchorFile = m_text.GetText(entry, "anchor-file", false);
-        stream.isRestricted = entry.value->Get("restricted")->GetBool();
+        stream.isRestricted = m_text.GetFlag(entry, "restricted");
         for (const Entry& build : m_text.GetEntries(m_text.GetFolder(entry, "builds"))) {
             ReadBuild(build, stream);
         }

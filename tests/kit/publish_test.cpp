@@ -135,6 +135,8 @@ TEST(PublishReader, SaysWhatIsWrongAndWhere) {
         {"            game\n        }\n        streams", "        }\n        streams",
          "accounts/ada/streams: 'beta' belongs to no product of the account"},
         {"password \"x\"", "password \"\"", "ada/password: 'password' is missing"},
+        {"restricted true", "restricted yes", "streams/beta/restricted: must be true or false"},
+        {"restricted true", "restricted {\n}", "streams/beta/restricted: must be true or false"},
         {"    game\n    {",
          "    copy { bundle-id works.game\nstreams {\nlive\n} }\n    game\n    {",
          "bundle-id: product 'copy' has the same ids"},
