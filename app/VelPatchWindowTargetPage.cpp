@@ -30,6 +30,7 @@ path.left = parent.left + padding
 path.right = change.left - 8
 path.top = heading.bottom + 8
 change.right = parent.right - padding
+change.width = change.content-width
 change.vertical-center = path.vertical-center
 shortcut.left = parent.left + padding
 shortcut.right = parent.right - padding
