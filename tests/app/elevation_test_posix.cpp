@@ -69,6 +69,16 @@ TEST_F(Elevation, TellsWhatDoesNotStart) {
     EXPECT_FALSE(m_folder.Has("work/out"));
 }
 
+TEST_F(Elevation, HandsOnARequestToEnd) {
+    m_folder.MakeFolder("work");
+    // Long after the wait has begun.
+    WriteScript("program", "trap 'echo ended > out; exit' TERM\nsleep 0.3\nkill -TERM $PPID\n"
+                           "while :; do sleep 0.01; done\n");
+    ASSERT_TRUE(Start(false));
+    VelPatchElevation::WaitForStarted();
+    EXPECT_EQ(m_folder.ReadFile("work/out"), "ended\n");
+}
+
 TEST_F(Elevation, LaunchesProgramsAndOpensTheRest) {
     const std::string out = " > '" + Text(m_folder.Path("out")) + "'\n";
     WriteScript("bin/xdg-open", "echo \"$@\"" + out);
