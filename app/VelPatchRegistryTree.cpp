@@ -66,8 +66,8 @@ bool ReadText(const DNValue& value, CXString& out) {
 } // namespace
 
 bool VelPatchRegistryTree::Load() {
-    if (!m_path.IsEmpty()) {
-        return ReadTreeFile(m_path, m_tree);
+    if (m_findPath) {
+        return ReadTreeFile(m_findPath(), m_tree);
     }
     if (!m_tree.IsSet()) {
         m_tree = new DNMemoryValue;
@@ -76,11 +76,15 @@ bool VelPatchRegistryTree::Load() {
 }
 
 CXResult VelPatchRegistryTree::Save() {
-    if (m_path.IsEmpty()) {
+    if (!m_findPath) {
         return kCXResultOK;
     }
-    CXFileSystem::CreateDirectories(CXFileSystem::GetParent(m_path));
-    return WriteTreeFile(m_path, *m_tree, CXString());
+    const CXString path = m_findPath();
+    if (path.IsEmpty()) {
+        return kCXResultNotFound;
+    }
+    CXFileSystem::CreateDirectories(CXFileSystem::GetParent(path));
+    return WriteTreeFile(path, *m_tree, CXString());
 }
 
 CXResult VelPatchRegistryTree::SetText(Root root, const CXString& path, const CXString& name,

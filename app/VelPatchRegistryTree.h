@@ -4,6 +4,8 @@
 #include "app/VelPatchRegistry.h"
 #include "dn/DNValue.h"
 
+#include <functional>
+
 /// Keeps everything in one text file, which is read before each call and replaced after each
 /// change; without a file, in memory. In the file a folder stands for a hive ("HKLM"), in it one
 /// for each key by its whole path, with the values by name: "text:" and the text, or "number:" and
@@ -11,8 +13,12 @@
 /// written. No key is made for the ones above it: they exist by what lies below them.
 class VelPatchRegistryTree : public VelPatchRegistry {
 public:
-    /// `path` is that of the file, whose folder is made as needed; empty: none.
-    explicit VelPatchRegistryTree(CXString path = CXString()) : m_path(std::move(path)) {}
+    /// In memory.
+    VelPatchRegistryTree() = default;
+    /// In a file, whose folder is made as needed; `findPath` is asked for it before each use, and
+    /// gives an empty one if there is none.
+    explicit VelPatchRegistryTree(std::function<CXString()> findPath)
+        : m_findPath(std::move(findPath)) {}
 
     CXResult SetString(Root root, const CXString& path, const CXString& name,
                        const CXString& data) override;
@@ -30,6 +36,6 @@ private:
     CXResult Save();
     CXResult SetText(Root root, const CXString& path, const CXString& name, const CXString& text);
 
-    const CXString m_path;
+    const std::function<CXString()> m_findPath; ///< unset: in memory
     DNValueRef m_tree;
 };

@@ -4,8 +4,10 @@
 #include "core/CXFileSystem.h"
 
 VelPatchRegistry& VelPatchRegistry::Platform() {
-    static VelPatchRegistryTree* registry = new VelPatchRegistryTree(
-        CXFileSystem::Join(CXFileSystem::GetKnownFolder(CXFileSystem::KnownFolder::LocalAppData),
-                           "velpatch-registry.dat"));
+    static auto* registry = new VelPatchRegistryTree([] {
+        const CXString folder =
+            CXFileSystem::GetKnownFolder(CXFileSystem::KnownFolder::LocalAppData);
+        return folder.IsEmpty() ? CXString() : CXFileSystem::Join(folder, "velpatch-registry.dat");
+    });
     return *registry;
 }

@@ -71,7 +71,7 @@ private:
         const CXString temporary = m_system.GetTempFolder();
         const CXString root = m_system.GetVolumeRoot(besideTarget);
         const bool isSameVolume = !root.IsEmpty() && root == m_system.GetVolumeRoot(temporary);
-        const CXString base = isSameVolume ? temporary : besideTarget;
+        const CXString& base = isSameVolume ? temporary : besideTarget;
         // A failure shows at the next step.
         CXFileSystem::CreateDirectories(base);
         return base;
