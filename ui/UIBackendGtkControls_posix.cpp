@@ -321,7 +321,7 @@ public:
     BitmapPeer(UIPeerSink* sink, UIPeerGtkWindow* window, const CXString& name)
         : UIPeerGtk(UIKind::Bitmap, sink, window) {
         GtkWidget* area = GTK::gtk_drawing_area_new();
-        // With a window of its own it would be drawn above what lies over it.
+        // GTK draws what has a window of its own above all that hasn't, which labels are.
         GTK::gtk_widget_set_has_window(area, FALSE);
         Adopt(area, area, name);
         GTK::atk_object_set_role(GTK::gtk_widget_get_accessible(area), ATK_ROLE_IMAGE);
