@@ -4,7 +4,9 @@
 #include "core/CXFileSystem.h"
 #include "core/CXLog.h"
 
+#include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
@@ -27,9 +29,12 @@ constexpr const char* kHandedOn[] = {"HOME", "XDG_DATA_HOME", "XDG_CONFIG_HOME",
                                      "XAUTHORITY"};
 
 /// The program that was started last and hasn't been waited for; 0 for none.
-pid_t& StartedProgram() {
-    static pid_t started = 0;
-    return started;
+std::atomic<pid_t> g_started{0};
+
+/// The one who waits has nothing to end but the program that does the work. What a terminal asks
+/// of it, it asks of the program itself.
+void HandOnSignal(int signal) {
+    kill(g_started, signal);
 }
 
 /// The variables for the raised program, as "NAME=value".
@@ -66,7 +71,7 @@ bool WaitForAnswer(pid_t child) {
     for (;;) {
         int status = 0;
         if (!IsRunning(child, status)) {
-            StartedProgram() = 0;
+            g_started = 0;
             // Its own failures; every other code is that of the program, which was quick.
             const int code = WIFEXITED(status) ? WEXITSTATUS(status) : 127;
             return code != 126 && code != 127;
@@ -119,13 +124,22 @@ bool VelPatchElevation::StartElevated(const CXString& program, const CXString& a
         CXLogFormat("VelPatchElevation::StartElevated> error %d starting '%s'", error, list[0]);
         return false;
     }
-    StartedProgram() = child;
+    g_started = child;
     return !raise || WaitForAnswer(child);
 }
 
 void VelPatchElevation::WaitForStarted() {
-    int status = 0;
-    while (StartedProgram() != 0 && waitpid(StartedProgram(), &status, 0) < 0 && errno == EINTR) {
+    const pid_t child = g_started;
+    if (child == 0) {
+        return;
     }
-    StartedProgram() = 0;
+    struct sigaction action = {};
+    struct sigaction earlier = {};
+    action.sa_handler = HandOnSignal;
+    sigaction(SIGTERM, &action, &earlier);
+    int status = 0;
+    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    sigaction(SIGTERM, &earlier, nullptr);
+    g_started = 0;
 }

@@ -44,6 +44,6 @@ player() {
     printf ' %q' "$@"
     printf '\n'
     mkdir -p "$work/home"
-    XDG_CONFIG_HOME="${XDG_CONFIG_HOME:-${HOME:-}/.config}" HOME="$work/home" \
+    XAUTHORITY="${XAUTHORITY:-${HOME:-}/.Xauthority}" HOME="$work/home" \
         XDG_DATA_HOME="$work/home/.local/share" "$folder/velpatch" "$@"
 }

@@ -172,11 +172,6 @@ TEST_F(RelaunchCopy, Failures) {
         {"tmp/new", FileOp::MakeDirectory, "velpatch",
          "Unable to create installation data temp folder. (result: -10, dst: "
          "'%/tmp/new/velpatch')"},
-        {"disk", FileOp::MakeDirectory, "tmp",
-         "Unable to create installation data temp folder. (result: -7, dst: '%/tmp/new/velpatch')"},
-        {"tmp", FileOp::OpenRead, "velpatch.exe",
-         "Unable to copy installation data to target disk. (result: -10, src: "
-         "'%/disk/game/velpatch.exe', dst: '%/tmp/new/velpatch/velpatch.exe')"},
         {"tmp", FileOp::OpenWrite, "text.txt",
          "Unable to copy installation data to target disk. (result: -10, src: '%/disk/game/data', "
          "dst: '%/tmp/new/velpatch/data')"},
