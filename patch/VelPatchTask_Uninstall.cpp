@@ -38,6 +38,16 @@ bool VelPatchTask_Uninstall::Begin(const CXString& targetFolder) {
 }
 
 void VelPatchTask_Uninstall::Go() {
+    if (IsRunning()) {
+        return;
+    }
+    {
+        // Before the thread: a look at the status must not find a task that has nothing to do.
+        const CXCriticalSectionGuard guard(m_lock);
+        m_status = TaskStatus();
+        m_status.state = kTaskStateBusy;
+        m_status.statusText = CXString::Format("Uninstalling%s", m_applicationName.GetData());
+    }
     Start();
 }
 
@@ -58,12 +68,6 @@ void VelPatchTask_Uninstall::AnswerPrompt(bool retry) {
 }
 
 void VelPatchTask_Uninstall::Proc() {
-    {
-        const CXCriticalSectionGuard guard(m_lock);
-        m_status = TaskStatus();
-        m_status.state = kTaskStateBusy;
-        m_status.statusText = CXString::Format("Uninstalling%s", m_applicationName.GetData());
-    }
     DeleteListedFiles();
     for (bool isFirst = true;; isFirst = false) {
         const CXResult result = CXFileSystem::DeleteRecursive(m_targetFolder);
