@@ -23,6 +23,9 @@ namespace {
 constexpr char kRaiser[] = "pkexec";
 /// How often a look is taken whether the question of the raiser has been answered.
 constexpr std::chrono::milliseconds kAnswerPoll(20);
+/// A new process goes by the name of its parent for a moment, so a raiser that isn't seen at once
+/// is looked for again.
+constexpr int kFirstLooks = 5;
 /// What tells the raised program whose files and whose screen it is for; the raiser itself hands on
 /// the language alone.
 constexpr const char* kHandedOn[] = {"HOME", "XDG_DATA_HOME", "XDG_CONFIG_HOME", "DISPLAY",
@@ -68,6 +71,7 @@ bool IsRunning(pid_t child, int& status) {
 /// Waits until the raiser has become the program that it was asked for. False if it ended instead.
 bool WaitForAnswer(pid_t child) {
     const std::string name = "/proc/" + std::to_string(child) + "/comm";
+    int looks = kFirstLooks;
     for (;;) {
         int status = 0;
         if (!IsRunning(child, status)) {
@@ -79,9 +83,10 @@ bool WaitForAnswer(pid_t child) {
         std::string running;
         std::ifstream file(name);
         std::getline(file, running);
-        // Where other users' programs are hidden there is no answer to wait for.
-        if (running != kRaiser) {
-            return true;
+        if (running == kRaiser) {
+            looks = 0;
+        } else if (--looks < 0) {
+            return true; // also where other users' programs are hidden
         }
         std::this_thread::sleep_for(kAnswerPoll);
     }

@@ -44,7 +44,7 @@ public:
             return CopyFailure(result, m_source, program);
         }
         const CXString data = Beside("data");
-        if (CXFileSystem::Exists(data)) {
+        if (CXFileSystem::IsDirectory(data)) {
             const CXString copy = CXFileSystem::Join(m_folder, "data");
             result = CXFileSystem::CopyDirectory(data, copy);
             if (result != kCXResultOK) {
