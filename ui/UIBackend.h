@@ -67,7 +67,7 @@ enum class UIKind : uint8_t {
 /// What the user did with a control. Called after the control shows the new state.
 enum class UIPeerEvent : uint8_t {
     Pressed,  ///< Button (value 0); Check (value: the new state, 0 or 1: it has toggled by itself)
-    Selected, ///< List: value is the index that is selected now
+    Selected, ///< List: value is the index that is selected now, -1: none
     Chosen,   ///< List: an entry was double-clicked; Selected, if it changed, came before
 };
 

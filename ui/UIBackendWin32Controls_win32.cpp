@@ -555,7 +555,7 @@ public:
     void Notify(uint32_t code) override {
         if (code == LBN_SELCHANGE) {
             m_sink->PeerAction(UIPeerEvent::Selected, GetValue());
-        } else if (code == LBN_DBLCLK) {
+        } else if (code == LBN_DBLCLK && GetValue() >= 0) { // also told of the room below
             m_sink->PeerAction(UIPeerEvent::Chosen, GetValue());
         }
     }
