@@ -4,6 +4,9 @@ option(VELPATCH_FUZZ "Build the fuzz targets with libFuzzer (needs clang)" OFF)
 option(VELPATCH_TESTS "Build the tests, fuzz targets and benchmarks" ON)
 set(VELPATCH_SANITIZE "" CACHE STRING "Sanitizers for all of our code, e.g. address,undefined")
 
+set(VELPATCH_SERVICE_BASE "https://localhost/" CACHE STRING
+    "Where the patch stream service is asked unless a product's configuration says otherwise")
+
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
@@ -43,7 +46,7 @@ if(WIN32)
     # One file without companions; the system libraries come with every Windows.
     target_link_options(velpatch_flags INTERFACE -static)
     set(VELPATCH_SYSTEM_LIBRARIES
-        advapi32 bcrypt dbghelp netapi32 ole32 shell32 shlwapi user32 uuid version ws2_32)
+        advapi32 bcrypt comctl32 dbghelp netapi32 ole32 shell32 shlwapi user32 uuid version ws2_32)
 endif()
 
 # Compiler cache. Paths below the source folder are rewritten, so a second clone or a second

@@ -5,6 +5,7 @@
 #include "dn/DNMemoryValue.h"
 #include "dn/DNNumberText.h"
 
+#include <algorithm>
 #include <vector>
 
 namespace {
@@ -104,20 +105,29 @@ DNData InferBare(absl::string_view text) {
 /// proportion to the input and nothing else.
 class Parser {
 public:
-    explicit Parser(absl::string_view input) : m_rest(input) {}
+    Parser(absl::string_view input, TextConfig::Trace& trace,
+           std::initializer_list<absl::string_view> repeatingKeys)
+        : m_input(input), m_rest(input), m_trace(trace), m_repeatingKeys(repeatingKeys) {}
 
     /// False if input remains behind a closing brace that closes nothing.
     bool Run(DNValue& root) {
-        m_folders.push_back(&root);
+        m_folders.push_back({&root, 0});
         for (;;) {
             Skip(kBlanks);
             if (m_rest.empty()) {
+                if (m_folders.size() > 1) {
+                    m_trace.openFolder = m_folders.back().brace;
+                }
                 return true;
             }
             const char byte = m_rest[0];
             if (byte == '}') {
                 if (m_folders.size() == 1) {
+                    m_trace.strayBrace = GetOffset();
                     return false;
+                }
+                if (m_trace.close) {
+                    m_trace.close(m_folders.back().value, GetOffset());
                 }
                 m_rest.remove_prefix(1);
                 m_folders.pop_back();
@@ -134,6 +144,13 @@ public:
     }
 
 private:
+    struct Folder {
+        DNValueRef value;
+        size_t brace; ///< offset of the brace that opened it
+    };
+
+    size_t GetOffset() const { return m_input.size() - m_rest.size(); }
+
     void Skip(absl::string_view bytes) {
         const size_t first = m_rest.find_first_not_of(bytes);
         m_rest.remove_prefix(first == absl::string_view::npos ? m_rest.size() : first);
@@ -155,10 +172,12 @@ private:
     }
 
     CXString ReadQuoted() {
+        const size_t start = GetOffset();
         m_rest.remove_prefix(1);
         const size_t quote = m_rest.find('"');
         const absl::string_view first = Take(quote);
         if (m_rest.size() < 2 || m_rest[1] != '"') {
+            NoteOpenText(m_rest.empty(), start);
             Take(1);
             return CXString(first);
         }
@@ -167,12 +186,19 @@ private:
             const bool doubled = m_rest.size() > 1 && m_rest[1] == '"';
             Take(doubled ? 2 : 1);
             if (!doubled) {
-                break;
+                return edit.ToString();
             }
             edit.AppendByte('"');
             edit.Append(Take(m_rest.find('"')));
         }
+        NoteOpenText(true, start);
         return edit.ToString();
+    }
+
+    void NoteOpenText(bool isOpen, size_t start) {
+        if (isOpen) {
+            m_trace.openText = start;
+        }
     }
 
     /// "$meta" followed by a block fills the folder's meta-data; other blocks are dropped.
@@ -182,13 +208,23 @@ private:
         if (m_rest.empty() || m_rest[0] != '{') {
             return;
         }
+        OpenFolder(token == "$meta" ? m_folders.back().value->GetMeta()
+                                    : DNValueRef(new DNMemoryValue));
+    }
+
+    /// Stands on the brace.
+    void OpenFolder(const DNValueRef& value) {
+        m_folders.push_back({value, GetOffset()});
         m_rest.remove_prefix(1);
-        m_folders.push_back(token == "$meta" ? m_folders.back()->GetMeta()
-                                             : DNValueRef(new DNMemoryValue));
     }
 
     void ReadEntry() {
-        const DNData key = DNData::String(ReadToken());
+        const size_t start = GetOffset();
+        const CXString name = ReadToken();
+        if (m_trace.entry) {
+            m_trace.entry(m_folders.back().value, name, start);
+        }
+        const DNData key = DNData::String(name);
         const absl::string_view behindKey = m_rest;
         Skip(kBlanks);
         if (!m_rest.empty() && IsOneOf(m_rest[0], kLineEnds)) {
@@ -198,39 +234,68 @@ private:
                 m_rest = behindKey;
             }
         }
-        DNValue& folder = *m_folders.back();
+        DNValue& folder = *m_folders.back().value;
         if (!m_rest.empty() && m_rest[0] == '{' && (m_rest.size() == 1 || m_rest[1] != '{')) {
-            m_rest.remove_prefix(1);
-            m_folders.push_back(folder.GetOrCreateFolder(key));
+            OpenFolder(SlotOf(folder, key)->GetChildren());
             return;
         }
         ReadValue(folder, key);
     }
 
+    /// Whether each entry with this key is one of its own.
+    bool IsRepeating(const DNData& key) const {
+        return m_folders.size() == 1 && std::find(m_repeatingKeys.begin(), m_repeatingKeys.end(),
+                                                  key.data.View()) != m_repeatingKeys.end();
+    }
+
+    /// The entry that the key's value belongs to, made if needed.
+    DNIteratorRef SlotOf(DNValue& folder, const DNData& key) const {
+        if (!IsRepeating(key)) {
+            return folder.FindOrCreate(key);
+        }
+        DNIteratorRef added = folder.End();
+        added->SetKey(key);
+        return added;
+    }
+
+    void Store(DNValue& folder, const DNData& key, const DNValueRef& value) const {
+        if (IsRepeating(key)) {
+            SlotOf(folder, key)->SetValue(value);
+        } else {
+            folder.Set(key, value); // without an iterator
+        }
+    }
+
+    void StoreNew(DNValue& folder, const DNData& key, const DNData& data) const {
+        Store(folder, key, folder.CreateValue(data));
+    }
+
     void ReadValue(DNValue& folder, const DNData& key) {
         if (!m_rest.empty() && m_rest[0] == '"') {
-            folder.SetNew(key, DNData::String(ReadQuoted()));
+            StoreNew(folder, key, DNData::String(ReadQuoted()));
         } else if (StartsWith(m_rest, kVerbatimStart)) {
+            const size_t start = GetOffset();
             m_rest.remove_prefix(kVerbatimStart.size());
             const absl::string_view text = Take(m_rest.find(kVerbatimEnd));
+            NoteOpenText(m_rest.empty(), start);
             Take(kVerbatimEnd.size());
-            folder.SetNew(key, DNData::String(text));
+            StoreNew(folder, key, DNData::String(text));
         } else if (StartsWith(m_rest, kWhiteout)) {
             m_rest.remove_prefix(kWhiteout.size());
-            folder.SetNew(key, DNData::Whiteout());
+            StoreNew(folder, key, DNData::Whiteout());
         } else if (!m_rest.empty() && m_rest[0] == '`') {
             const CXStringEdit bytes = ReadRaw();
             if (bytes.IsEmpty()) {
-                folder.FindOrCreate(key);
+                SlotOf(folder, key);
             } else {
-                folder.SetNew(key, DNData::Raw(bytes.GetData(), bytes.GetLength()));
+                StoreNew(folder, key, DNData::Raw(bytes.GetData(), bytes.GetLength()));
             }
         } else {
             const absl::string_view text = ReadBare();
             if (text.empty()) {
-                folder.Set(key, DNValueRef());
+                Store(folder, key, DNValueRef());
             } else {
-                folder.SetNew(key, InferBare(text));
+                StoreNew(folder, key, InferBare(text));
             }
         }
     }
@@ -266,17 +331,32 @@ private:
         }
     }
 
+    const absl::string_view m_input;
     absl::string_view m_rest;
-    std::vector<DNValueRef> m_folders; ///< from the root to the one being filled
+    TextConfig::Trace& m_trace;
+    const std::vector<absl::string_view> m_repeatingKeys;
+    std::vector<Folder> m_folders; ///< from the root to the one being filled
 };
 
-} // namespace
-
-void TextConfig::Parse(const void* data, size_t size, DNValue& root) {
-    Parser parser(absl::string_view(static_cast<const char*>(data), size));
+void ParseDocument(const void* data, size_t size, DNValue& root, TextConfig::Trace& trace,
+                   std::initializer_list<absl::string_view> repeatingKeys) {
+    Parser parser(absl::string_view(static_cast<const char*>(data), size), trace, repeatingKeys);
     if (!parser.Run(root)) {
         CXLog("TextConfig::Parse> error in data");
     }
+}
+
+} // namespace
+
+void TextConfig::Parse(const void* data, size_t size, DNValue& root, Trace* trace) {
+    Trace unused;
+    ParseDocument(data, size, root, trace != nullptr ? *trace : unused, {});
+}
+
+void TextConfig::ParseRepeating(const void* data, size_t size, DNValue& root,
+                                std::initializer_list<absl::string_view> repeatingKeys) {
+    Trace unused;
+    ParseDocument(data, size, root, unused, repeatingKeys);
 }
 
 DNValueRef TextConfig::Read(CXStream& stream) {

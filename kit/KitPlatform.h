@@ -4,13 +4,8 @@
 #include "core/CXString.h"
 
 #include <cstdint>
-#include <string>
-#include <vector>
 
 namespace KitPlatform {
-
-/// The program's arguments in UTF-8, the program's own name first.
-std::vector<std::string> GetArguments(int argc, char** argv);
 
 /// Whether the standard stream is a console that a person looks at.
 bool IsInputTerminal();

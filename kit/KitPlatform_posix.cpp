@@ -23,10 +23,6 @@ void OnSignal(int number) {
 
 } // namespace
 
-std::vector<std::string> GetArguments(int argc, char** argv) {
-    return std::vector<std::string>(argv, argv + argc);
-}
-
 bool IsInputTerminal() {
     return isatty(STDIN_FILENO) == 1;
 }

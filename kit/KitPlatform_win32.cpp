@@ -1,11 +1,9 @@
 #include "kit/KitPlatform.h"
 
 #include "core/CXFileSystem.h"
-#include "core/CXStringUTF16.h"
 #include "core/win32_api.h"
 
 #include <psapi.h>
-#include <shellapi.h>
 
 #include <atomic>
 
@@ -26,21 +24,6 @@ bool IsConsole(DWORD which) {
 }
 
 } // namespace
-
-std::vector<std::string> GetArguments(int argc, char** argv) {
-    int count = 0;
-    wchar_t** wide = CommandLineToArgvW(GetCommandLineW(), &count);
-    if (wide == nullptr) {
-        return std::vector<std::string>(argv, argv + argc);
-    }
-    std::vector<std::string> arguments;
-    for (int i = 0; i < count; i++) {
-        const CXString argument = FromUTF16(reinterpret_cast<const char16_t*>(wide[i]));
-        arguments.emplace_back(argument.GetData(), argument.GetLength());
-    }
-    LocalFree(wide);
-    return arguments;
-}
 
 bool IsInputTerminal() {
     return IsConsole(STD_INPUT_HANDLE);

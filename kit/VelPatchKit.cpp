@@ -3,14 +3,14 @@
 #include "app/config/VelPatchConfiguration.h"
 #include "core/CXFileSystem.h"
 #include "core/CXLocalisation.h"
-#include "core/CXTime.h"
 #include "kit/KitPlatform.h"
 #include "kit/VelPatchConsole.h"
 #include "kit/VelPatchFetch.h"
 #include "kit/VelPatchFileDiff.h"
+#include "kit/VelPatchKitCommands.h"
+#include "kit/VelPatchKitTools.h"
 #include "kit/VelPatchMaker.h"
 #include "kit/VelPatchRunner.h"
-#include "net/CXURI.h"
 #include "patch/BinaryDiff.h"
 #include "patch/PatchControl.h"
 #include "patch/VelPatchTask_ApplyFilePatches.h"
@@ -20,19 +20,25 @@
 
 namespace {
 
-// Between a prompt and the retry that --answer promised; the cause needs time to go away.
-constexpr uint32_t kRetryPauseMilliseconds = 1000;
-
 constexpr const char* kExamples = R"(
 Examples:
   velpatch-kit make game-1.0 game-1.1 out     the patch from one build to the next
   velpatch-kit make --full game-1.1 out       an installation
   velpatch-kit apply out/patch-control.txt installed-game
                                               what a player's run does
+  velpatch-kit uninstall installed-game       ... and how the game goes again
+  velpatch-kit inspect out/patch-control.txt out/patch-data.bin
+                                              what it does, and whether its data are sound
+  velpatch-kit verify --after out/patch-control.txt installed-game
+                                              has it worked?
+  velpatch-kit split out/patch-data.bin discs --size 650M
+                                              volumes for discs
+  velpatch-kit check-config data              what is wrong with a product's configuration
   velpatch-kit diff old.pak new.pak pak.diff  one file alone ...
   velpatch-kit patch old.pak pak.diff new.pak ... and back again
   velpatch-kit fetch https://host/patch-data.bin patch-data.bin
                                               try a server
+  velpatch-kit publish service.txt out        a patch stream service for nginx
 
 "make" leaves patch-control.txt and patch-data.bin in OUT. Results go to standard output, one
 "name<tab>value" a line; words go to standard error.
@@ -51,12 +57,6 @@ struct KitOptions {
     bool resume = false;
     std::string answer = "no";
 };
-
-/// A path as a person typed it.
-CXString TypedPath(const std::string& text) {
-    return CXFileSystem::MakeAbsolute(
-        CXFileSystem::FromForeignPath(absl::string_view(text.data(), text.size())));
-}
 
 int ReportMakeFailure(VelPatchConsole& console, CXResult result, const CXString& problem) {
     console.Complain(problem);
@@ -116,32 +116,6 @@ int RunMake(const KitOptions& options, VelPatchConsole& console) {
     return kKitDone;
 }
 
-/// Writes a file under a name of its own and puts it in place when all went well.
-int WriteNewFile(const CXString& path, VelPatchConsole& console,
-                 const std::function<CXResult(CXStreamFile&)>& write) {
-    const CXString temporary = CXString::Format("%s.tmp", path.GetData());
-    CXStreamFile file;
-    file.Open(temporary, kOpenRead | kOpenWrite | kOpenCreate | kOpenTruncate);
-    CXResult result = CXResultCertainFailure(file.GetLastError());
-    if (file.IsOpen()) {
-        result = write(file);
-        file.Flush();
-        file.Close();
-        if (result == kCXResultOK) {
-            result = file.GetLastError();
-        }
-        if (result == kCXResultOK) {
-            result = CXFileSystem::ReplaceWithBackup(path, temporary);
-        }
-    }
-    if (result == kCXResultOK) {
-        return kKitDone;
-    }
-    CXFileSystem::DeleteFile(temporary);
-    console.Complain(CXString::Format("'%s' can't be written (result %d)", path.GetData(), result));
-    return kKitFailed;
-}
-
 int RunDiff(const KitOptions& options, VelPatchConsole& console) {
     VelPatchFileDiff diff;
     CXString problem;
@@ -161,15 +135,6 @@ int RunDiff(const KitOptions& options, VelPatchConsole& console) {
         console.PutData("new-bytes", diff.GetNewSize());
     }
     return code;
-}
-
-bool OpenForReading(CXStreamFile& file, const CXString& path, VelPatchConsole& console) {
-    file.Open(path, kOpenRead);
-    if (!file.IsOpen() || CXFileSystem::IsDirectory(path)) {
-        console.Complain(CXString::Format("'%s' can't be read", path.GetData()));
-        return false;
-    }
-    return true;
 }
 
 int RunPatchFile(const KitOptions& options, VelPatchConsole& console) {
@@ -198,48 +163,11 @@ int RunPatchFile(const KitOptions& options, VelPatchConsole& console) {
     return kKitDone;
 }
 
-/// Looks at the control file before anything starts: the task itself would take a missing one for
-/// a patch of nothing, and succeed.
-bool IsControlUsable(const CXString& path, VelPatchConsole& console) {
-    CXStreamFile file;
-    if (!OpenForReading(file, path, console)) {
-        return false;
-    }
-    file.Close();
-    PatchControl control;
-    const CXResult result =
-        LoadControlFile(CXURI(FileURIOfPath(path)), control,
-                        [&console](const CXString& line) { console.Complain(line); });
-    if (result != kCXResultOK) {
-        console.Complain(CXString::Format("'%s' is not a control file that can be used (result %d)",
-                                          path.GetData(), result));
-        return false;
-    }
-    if (control.operations.empty()) {
-        console.Complain(CXString::Format("'%s' holds no operations", path.GetData()));
-        return false;
-    }
-    return true;
-}
-
-bool AnswerPrompt(const KitOptions& options, VelPatchConsole& console, const TaskStatus& status) {
-    if (KitPlatform::IsInputTerminal() && KitPlatform::IsErrorTerminal()) {
-        return console.Ask(status.failureTitle, status.failureDetail, "Try again?");
-    }
-    console.Complain(status.failureTitle);
-    if (!status.failureDetail.IsEmpty()) {
-        console.Complain(status.failureDetail);
-    }
-    if (options.answer != "retry") {
-        return false;
-    }
-    CXSleep(kRetryPauseMilliseconds);
-    return true;
-}
-
 int RunApply(const KitOptions& options, VelPatchConsole& console) {
     const CXString control = TypedPath(options.control);
-    if (!IsControlUsable(control, console)) {
+    PatchControl stated;
+    uint64_t controlSize = 0;
+    if (!LoadTypedControl(options.control, console, stated, controlSize)) {
         return kKitUsage;
     }
     const CXString data = options.data.empty()
@@ -256,18 +184,7 @@ int RunApply(const KitOptions& options, VelPatchConsole& console) {
         return kKitUsage;
     }
 
-    VelPatchWatcher watcher;
-    watcher.status = [&](const TaskStatus& status) {
-        if (!status.statusText.IsEmpty()) {
-            console.ShowProgress(status.statusText, status.state == kTaskStateMeasured
-                                                        ? static_cast<double>(status.fraction)
-                                                        : -1);
-        }
-    };
-    watcher.prompt = [&](const TaskStatus& status) {
-        return AnswerPrompt(options, console, status);
-    };
-    watcher.isStopped = KitPlatform::IsInterrupted;
+    const VelPatchWatcher watcher = WatchOnConsole(console, options.answer == "retry");
     TaskStatus last;
     const VelPatchOutcome outcome = RunPatch(control, data, target, watcher, last);
     console.EndProgress();
@@ -365,6 +282,12 @@ int RunKit(const std::vector<std::string>& arguments) {
     DefineFiles(app, options);
     DefineApply(app, options);
     DefineFetch(app, options);
+    std::vector<VelPatchKitCommand> commands;
+    DefineInspection(app, commands);
+    DefineVolumes(app, commands);
+    DefineConfigurationCheck(app, commands);
+    DefinePublish(app, commands);
+    DefineUninstall(app, commands);
 
     std::vector<const char*> pointers;
     pointers.reserve(arguments.size());
@@ -395,6 +318,11 @@ int RunKit(const std::vector<std::string>& arguments) {
     }
     if (app.got_subcommand("fetch")) {
         return RunFetch(options, console);
+    }
+    for (const VelPatchKitCommand& command : commands) {
+        if (command.app->parsed()) {
+            return command.run(console);
+        }
     }
     return RunApply(options, console);
 }

@@ -1,4 +1,4 @@
-// Runs a patch task to its end, for the console and for the self-check.
+// Runs a task to its end, for the console and for the self-check.
 #pragma once
 
 #include "core/CXString.h"
@@ -6,16 +6,16 @@
 
 #include <functional>
 
-/// How a patch run ended.
+/// How a run ended.
 enum class VelPatchOutcome : uint8_t { Finished, Failed, Stopped };
 
-/// What watches a run. All are called on the thread that called RunPatch.
+/// What watches a run. All are called on the thread that started it.
 struct VelPatchWatcher {
     /// A new state, text or fraction; may be empty.
     std::function<void(const TaskStatus&)> status;
     /// Answers a prompt: true tries again. Without it the answer is no.
     std::function<bool(const TaskStatus&)> prompt;
-    /// True asks the task to stop; it then rolls back by itself. May be empty.
+    /// True asks the task to stop; a patch then rolls back by itself. May be empty.
     std::function<bool()> isStopped;
 };
 
@@ -24,3 +24,8 @@ struct VelPatchWatcher {
 /// failure. The task's log is written when this returns.
 VelPatchOutcome RunPatch(const CXString& control, const CXString& data, const CXString& target,
                          const VelPatchWatcher& watcher, TaskStatus& last);
+
+/// Removes an installed game by VelPatchTask_Uninstall: its shortcuts, then the target folder with
+/// all that is in it. `name` is shown behind "Uninstalling". Finished only if the folder is gone.
+VelPatchOutcome RunUninstall(const CXString& target, const CXString& name,
+                             const VelPatchWatcher& watcher, TaskStatus& last);

@@ -1,8 +1,8 @@
-#include "kit/KitPlatform.h"
+#include "core/CXArguments.h"
 #include "kit/VelPatchKit.h"
 #include "runtime/CXRuntime.h"
 
 int main(int argc, char** argv) {
     const CXRuntimeScope runtime;
-    return RunKit(KitPlatform::GetArguments(argc, argv));
+    return RunKit(CXGetArguments(argc, argv));
 }

@@ -89,8 +89,9 @@ void AppendMaskedHead(absl::string_view head, CXStringEdit& out) {
             out.AppendByte(' ');
             out.Append(kMask);
         } else if (colon != absl::string_view::npos && EqualsNoCase(name, "location")) {
-            out.Append(line.substr(0, colon + 1));
-            AppendMasked(line.substr(colon + 1), true, out);
+            const size_t value = std::min(line.find_first_not_of(" \t", colon + 1), line.size());
+            out.Append(line.substr(0, value));
+            AppendMasked(line.substr(value), true, out);
         } else {
             // The version behind a request's address is none of it.
             const size_t version = std::min(line.rfind(" HTTP/"), line.size());

@@ -249,9 +249,7 @@ CXResult CXHTTPConnection::Send(const CXURI& uri, CXHTTPCachedConnection& connec
 
     m_status = reply.status;
     m_responseText = std::move(reply.bodyText);
-    if (reply.isHeadComplete) {
-        CXHTTPCookie::ReadAll(reply.headers, m_cookies);
-    }
+    CXHTTPCookie::ReadAll(reply.headers, m_cookies); // of a head that was cut off, those that came
     m_responseHeaders.assign(reply.headers.begin(), reply.headers.end());
     if (debugText != nullptr) {
         CXStringEdit head;

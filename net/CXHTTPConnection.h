@@ -58,7 +58,8 @@ public:
     void SetRequestHeader(const CXString& name, const CXString& value);
     /// Removes the headers of that name, letter case aside; of two in a row the second stays.
     void RemoveRequestHeader(absl::string_view name);
-    /// Those of the last reply.
+    /// Those of the last reply, and the ones that the next request sends: a request that brings no
+    /// reply forgets all.
     std::vector<CXHTTPCookie> GetCookies() const { return m_cookies; }
 
     // What the owner may set between calls.

@@ -90,7 +90,6 @@ CXResult CXHTTPExchange::ReadHead() {
             m_reply.headText->AppendByte('\n');
         }
         if (line.IsEmpty()) {
-            m_reply.isHeadComplete = true;
             return kCXResultOK;
         }
         m_head.TakeLine(line, m_reply);

@@ -28,9 +28,8 @@ struct CXHTTPRequest {
 };
 
 struct CXHTTPReply {
-    CXHTTPHeaders headers; ///< without those that say how long the body is
-    int32_t status = 0;    ///< 0 until a status line came
-    bool isHeadComplete = false;
+    CXHTTPHeaders headers;            ///< without those that say how long the body is
+    int32_t status = 0;               ///< 0 until a status line came
     CXStringEdit bodyText;            ///< the body when there is no output
     CXStream* output = nullptr;       ///< takes the body
     CXHTTPProgress progress;          ///< may be empty

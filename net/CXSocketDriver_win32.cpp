@@ -166,7 +166,11 @@ public:
                                 kind == Timeout::Send ? SO_SNDTIMEO : SO_RCVTIMEO, milliseconds);
     }
 
-    bool HasFastLoopback() override { return true; }
+    bool HasFastLoopback() override {
+        // Systems answer it differently, but none changes its mind.
+        static const bool has = ProbeFastLoopback();
+        return has;
+    }
     bool SetFastLoopback(CXSocketHandle socket, bool fast) override {
         DWORD value = fast ? 1 : 0;
         DWORD returned = 0;
@@ -197,6 +201,13 @@ public:
     }
 
 private:
+    bool ProbeFastLoopback() {
+        const CXSocketHandle socket = Create();
+        const bool has =
+            SetFastLoopback(socket, true) || ::WSAGetLastError() != static_cast<int>(WSAEOPNOTSUPP);
+        Close(socket);
+        return has;
+    }
     static int Clamp(uint64_t count) {
         return static_cast<int>(std::min<uint64_t>(count, INT_MAX));
     }

@@ -56,28 +56,6 @@ CXString VelPatchTask_ApplyFilePatches::InTarget(const CXString& relativePath) c
     return CXFileSystem::Join(m_targetFolder, relativePath);
 }
 
-bool VelPatchTask_ApplyFilePatches::LeadsOutside(const PatchOperation& operation,
-                                                 CXString& offender) const {
-    const bool isDelete =
-        operation.command == COMMAND_DELETE_FILE || operation.command == COMMAND_DELETE_FOLDER;
-    const bool readsSource =
-        !isDelete && operation.command != COMMAND_CREATE_FOLDER && !operation.sourcePath.IsEmpty();
-    if (readsSource) {
-        const CXString source = InTarget(operation.sourcePath);
-        if (CXFileSystem::LeadsOutside(m_targetFolder, source, true)) {
-            offender = source;
-            return true;
-        }
-    }
-    // A deletion moves a link itself, so where its last component points doesn't matter.
-    const CXString destination = InTarget(operation.destinationPath);
-    if (CXFileSystem::LeadsOutside(m_targetFolder, destination, !isDelete)) {
-        offender = destination;
-        return true;
-    }
-    return false;
-}
-
 CXString VelPatchTask_ApplyFilePatches::CreateTemporaryFilepathFor(const CXString& path) {
     const CXString folder = InTarget(CXString(kPatchTemporaryFolder));
     const CXResult made = CXFileSystem::CreateDirectory(folder);

@@ -8,8 +8,6 @@
 namespace {
 
 constexpr uint64_t kLongestRun = 0xFFFFFFFFU;
-constexpr uint8_t kReplace = 0;
-constexpr uint8_t kCopy = 1;
 
 } // namespace
 
@@ -17,7 +15,7 @@ void BinaryDiffStreamWriter::EmitMatch(uint64_t oldStart, uint64_t oldEnd) {
     uint64_t left = oldEnd - oldStart;
     do {
         const uint64_t length = std::min(left, kLongestRun);
-        m_output.WriteU8(kCopy);
+        m_output.WriteU8(kBinaryDiffCopy);
         m_output.WriteU32(static_cast<uint32_t>(length));
         left -= length;
     } while (left > 0);
@@ -31,7 +29,7 @@ void BinaryDiffStreamWriter::EmitDifference(uint64_t oldStart, uint64_t oldEnd, 
     do {
         const uint64_t skipNow = std::min(skip, kLongestRun);
         const uint64_t lengthNow = std::min(length, kLongestRun);
-        m_output.WriteU8(kReplace);
+        m_output.WriteU8(kBinaryDiffReplace);
         m_output.WriteU32(static_cast<uint32_t>(skipNow));
         m_output.WriteU32(static_cast<uint32_t>(lengthNow));
         if (CXStream::Copy(m_output, newStream, lengthNow) != kCXResultOK) {
@@ -51,14 +49,14 @@ CXResult ApplyDiffFromStream(CXStream& oldStream, CXStream& newStream, CXStream&
         uint32_t length = 0;
         diffStream.ReadU8(command); // short reads give 0 and show in the stream's error below
         CXResult copied = kCXResultOK;
-        if (command == kReplace) {
+        if (command == kBinaryDiffReplace) {
             uint32_t skip = 0;
             diffStream.ReadU32(skip);
             diffStream.ReadU32(length);
             // Not tested: a copy that follows a skip past the end fails on its own.
             oldStream.Seek(skip, kCXSeekRelative);
             copied = CXStream::Copy(newStream, diffStream, length);
-        } else if (command == kCopy) {
+        } else if (command == kBinaryDiffCopy) {
             diffStream.ReadU32(length);
             copied = CXStream::Copy(newStream, oldStream, length);
         } else {

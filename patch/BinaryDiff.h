@@ -14,6 +14,10 @@
 
 class CXStream;
 
+// Command bytes.
+inline constexpr uint8_t kBinaryDiffReplace = 0;
+inline constexpr uint8_t kBinaryDiffCopy = 1;
+
 /// What a maker of diffs tells, in the order of both files. Positions are bytes from the start.
 class BinaryDiff {
 public:

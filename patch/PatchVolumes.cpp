@@ -7,23 +7,7 @@
 
 namespace {
 
-/// Reads and judges a volume's header; the stream then stands at the payload.
-bool ReadVolumeHeader(CXStream& volume, const CXString& setIdentifier, uint32_t index,
-                      uint32_t expectedCount, uint32_t& count, uint64_t& payloadSize) {
-    uint32_t magic = 0;
-    uint32_t version = 0;
-    uint32_t statedIndex = 0;
-    CXString identifier;
-    const uint32_t longest = static_cast<uint32_t>(setIdentifier.GetLength());
-    // Each test needs its whole field: one cut short reads as 0, which may look sound.
-    if (!volume.ReadU32(magic) || magic != kPatchVolumeMagic || !volume.ReadU32(version) ||
-        version != 0 || !ReadStreamString(volume, identifier, longest) ||
-        identifier != setIdentifier || !volume.ReadU32(statedIndex) || statedIndex != index ||
-        !volume.ReadU32(count)) {
-        return false;
-    }
-    return (index == 0 || count == expectedCount) && volume.ReadU64(payloadSize);
-}
+constexpr uint32_t kVolumeVersion = 0;
 
 /// One way to find a volume: in the folder, then on every storage volume.
 bool FindVolume(CXStream& output, const CXString& folder, const CXString& name,
@@ -43,6 +27,38 @@ bool FindVolume(CXStream& output, const CXString& folder, const CXString& name,
 
 } // namespace
 
+CXResult ReadVolumeHeader(CXStream& volume, const CXString& setIdentifier, PatchVolumeHeader& out) {
+    uint32_t magic = 0;
+    uint32_t version = 0;
+    CXString identifier;
+    const uint32_t longest = static_cast<uint32_t>(setIdentifier.GetLength());
+    // Each test needs its whole field: one cut short reads as 0, which may look sound.
+    if (!volume.ReadU32(magic) || magic != kPatchVolumeMagic || !volume.ReadU32(version)) {
+        return kCXResultBadData;
+    }
+    if (version != kVolumeVersion) {
+        return kCXResultUnusable;
+    }
+    const bool isWhole = ReadStreamString(volume, identifier, longest) &&
+                         identifier == setIdentifier && volume.ReadU32(out.index) &&
+                         volume.ReadU32(out.count) && volume.ReadU64(out.payloadSize);
+    return isWhole ? kCXResultOK : kCXResultBadData;
+}
+
+void WriteVolumeHeader(CXStream& volume, const CXString& setIdentifier,
+                       const PatchVolumeHeader& header) {
+    volume.WriteU32(kPatchVolumeMagic);
+    volume.WriteU32(kVolumeVersion);
+    WriteStreamString(volume, setIdentifier);
+    volume.WriteU32(header.index);
+    volume.WriteU32(header.count);
+    volume.WriteU64(header.payloadSize);
+}
+
+CXString GetVolumeName(uint32_t index) {
+    return CXString::Format("patch-%d.bin", static_cast<int64_t>(index) + 1);
+}
+
 bool CopyVolumePayload(CXStream& output, const CXString& volumePath, const CXString& setIdentifier,
                        uint32_t index, uint32_t& count) {
     CXStreamFile volume;
@@ -50,14 +66,14 @@ bool CopyVolumePayload(CXStream& output, const CXString& volumePath, const CXStr
     if (!volume.IsOpen()) {
         return false;
     }
-    uint32_t volumeCount = 0;
-    uint64_t payloadSize = 0;
-    if (!ReadVolumeHeader(volume, setIdentifier, index, count, volumeCount, payloadSize)) {
+    PatchVolumeHeader header;
+    if (ReadVolumeHeader(volume, setIdentifier, header) != kCXResultOK || header.index != index ||
+        (index != 0 && header.count != count)) {
         return false;
     }
     const uint64_t start = output.GetPosition();
     const uint64_t size = output.GetSize();
-    CXResult copied = CXStream::Copy(output, volume, payloadSize);
+    CXResult copied = CXStream::Copy(output, volume, header.payloadSize);
     if (copied == kCXResultOK) {
         output.Flush();
         copied = output.GetLastError();
@@ -68,7 +84,7 @@ bool CopyVolumePayload(CXStream& output, const CXString& volumePath, const CXStr
         output.ResetError();
         return false;
     }
-    count = volumeCount;
+    count = header.count;
     return true;
 }
 
@@ -83,7 +99,7 @@ bool AssembleVolumes(const CXString& outputPath, CXString& folder, const CXStrin
     uint32_t count = 1;
     for (uint32_t index = 0; index < count; ++index) {
         progress(static_cast<float>(index) / static_cast<float>(count));
-        const CXString name = CXString::Format("patch-%d.bin", static_cast<int64_t>(index) + 1);
+        const CXString name = GetVolumeName(index);
         if (FindVolume(output, folder, name, setIdentifier, index, count)) {
             continue;
         }

@@ -1,6 +1,7 @@
 // A data file shipped as numbered volumes, "patch-1.bin" and so on, on discs or in a folder.
 #pragma once
 
+#include "core/CXResult.h"
 #include "core/CXString.h"
 
 #include <cstdint>
@@ -10,6 +11,23 @@ class CXStream;
 
 /// First word of a volume: the characters "VePa".
 inline constexpr uint32_t kPatchVolumeMagic = 0x56655061;
+
+/// What stands in front of a volume's payload.
+struct PatchVolumeHeader {
+    uint32_t index = 0; ///< zero-based
+    uint32_t count = 0; ///< of volumes
+    uint64_t payloadSize = 0;
+};
+
+/// Reads a header; the stream then stands at the payload. kCXResultBadData: no volume, another set,
+/// or cut short; kCXResultUnusable: another version.
+CXResult ReadVolumeHeader(CXStream& volume, const CXString& setIdentifier, PatchVolumeHeader& out);
+/// Writes one, with the fixed fields. A failure stands in the stream's last error.
+void WriteVolumeHeader(CXStream& volume, const CXString& setIdentifier,
+                       const PatchVolumeHeader& header);
+
+/// File name of the volume with this zero-based index.
+CXString GetVolumeName(uint32_t index);
 
 /// Asks the user for a disc. Called on the task's thread, which waits for the answer; it must
 /// return an empty text soon after `stopped` turns true.

@@ -8,6 +8,7 @@
 #include "core/CXLock.h"
 #include "core/CXString.h"
 #include "core/CXStringEdit.h"
+#include "net/CXHTTPMessages.h"
 #include "net/CXURI.h"
 #include "patch/PatchControl.h"
 #include "patch/PatchVolumes.h"
@@ -99,23 +100,27 @@ private:
     bool CheckTarget();
     bool GetDataFile();
     bool DownloadDataFile();
-    bool DownloadPatchData(const CXURI& uri, const CXString& path, bool resume, CXString& title,
-                           CXString& detail);
     bool OpenDataFile();
     bool AssembleDataFile();
     bool RunOperations();
     bool RunOperation(const PatchOperation& operation);
     void CleanUp();
 
+    // The download (DownloadPatchData.cpp).
+    /// Fetches `uri` into the file; with `resume` what is there is kept and only the rest is asked
+    /// for. A connection that breaks is tried again, three times in all. On failure the words for
+    /// the user are in `title` and `detail`, and what has come stays in the file.
+    bool DownloadPatchData(const CXURI& uri, const CXString& path, const CXHTTPProgress& callback,
+                           CXStringEdit& title, CXStringEdit& detail, bool resume);
+    /// Shows how far a transfer is, behind `baseText`. False: end it, since the task is stopping.
+    bool FormatTransferStatus(const CXString& baseText, const CXStreamProgressCallbackData& data);
+
     // Checks (PreflightCheck.cpp).
     bool PreflightCheck(CXString& reason);
     bool CheckFreeSpace(CXString& reason);
-    bool CheckOperation(const PatchOperation& operation, CXString& reason);
-    bool CheckSource(const PatchOperation& operation, const CXString& path, CXString& reason);
 
     // Operations (ApplyOperations.cpp).
     CXString InTarget(const CXString& relativePath) const;
-    bool LeadsOutside(const PatchOperation& operation, CXString& offender) const;
     CXString CreateTemporaryFilepathFor(const CXString& path);
     void EnsureParentFolders(const CXString& path);
     bool CreateFile(const PatchOperation& operation, const CXString& destination);

@@ -4,6 +4,7 @@
 #include "core/CXText.h"
 #include "net/CXAddressMask.h"
 #include "patch/EffortSum.h"
+#include "patch/PreflightRules.h"
 #include "patch/VelPatchTask_ApplyFilePatches.h"
 #include "stream/CXStreamFile.h"
 #include "stream/CXStreamInflateAhead.h"
@@ -122,7 +123,8 @@ bool VelPatchTask_ApplyFilePatches::GetDataFile() {
 }
 
 bool VelPatchTask_ApplyFilePatches::DownloadDataFile() {
-    SetStatus(kTaskStateMeasured, 0.0F, DownloadText(m_control.dataSize));
+    const CXString baseText = DownloadText(m_control.dataSize);
+    SetStatus(kTaskStateMeasured, 0.0F, baseText);
     const CXString folder = CXFileSystem::GetParent(m_targetFolder);
     m_dataPath = CXFileSystem::CreateUniqueFileName(&folder, kDataFileName);
     if (m_dataPath.IsEmpty()) {
@@ -131,11 +133,14 @@ bool VelPatchTask_ApplyFilePatches::DownloadDataFile() {
         return false;
     }
     m_deleteDataAtEnd = true;
+    const CXHTTPProgress progress = [this, &baseText](const CXStreamProgressCallbackData& data) {
+        return FormatTransferStatus(baseText, data);
+    };
     bool resume = false;
-    CXString title;
-    CXString detail;
-    while (!DownloadPatchData(m_dataURI, m_dataPath, resume, title, detail)) {
-        if (!AskRetry(nullptr, title, detail)) {
+    CXStringEdit title;
+    CXStringEdit detail;
+    while (!DownloadPatchData(m_dataURI, m_dataPath, progress, title, detail, resume)) {
+        if (!AskRetry(nullptr, title.ToString(), detail.ToString())) {
             SetStatus(kTaskStateFailed, 1.0F, CXString());
             LogFailure();
             Log("Deleting downloaded installation data file.");
@@ -145,19 +150,6 @@ bool VelPatchTask_ApplyFilePatches::DownloadDataFile() {
         resume = true;
     }
     return true;
-}
-
-bool VelPatchTask_ApplyFilePatches::DownloadPatchData(const CXURI& uri, const CXString& path,
-                                                      bool /*resume*/, CXString& title,
-                                                      CXString& detail) {
-    // Not served by this build: every download fails with "not supported".
-    const CXString address = MaskAddress(uri.ToString());
-    LogFormat("VelPatchTask_ApplyFilePatches::DownloadPatchData> %s -> %s", address.GetData(),
-              path.GetData());
-    title = GetLocalisedString("$velpatch_task_failed_to_download_installation_data");
-    detail = CXString::Format("Result: %d. Path: '%s'. URL: '%s'", kCXResultNotSupported,
-                              path.GetData(), address.GetData());
-    return false;
 }
 
 bool VelPatchTask_ApplyFilePatches::OpenDataFile() {
@@ -263,7 +255,7 @@ bool VelPatchTask_ApplyFilePatches::RunOperation(const PatchOperation& operation
     const CXString destination = InTarget(operation.destinationPath);
     LogFormat("cmd:%d %s", static_cast<uint32_t>(operation.command), destination.GetData());
     CXString offender;
-    if (LeadsOutside(operation, offender)) {
+    if (OperationLeadsOutside(m_targetFolder, operation, offender)) {
         return Fail(FormatLocalisedString("$velpatch_task_failed_unexpected_file", offender));
     }
     switch (operation.command) {

@@ -16,7 +16,8 @@ import source_checks
 
 ROOT = source_checks.ROOT
 CACHE = os.path.join(ROOT, "build", "tidy-cache")
-ARGUMENTS = ["-std=c++20", "-I.", '-DVELPATCH_VERSION="0"']
+ARGUMENTS = ["-std=c++20", "-I.", '-DVELPATCH_VERSION="0"',
+             '-DVELPATCH_SERVICE_BASE="https://localhost/"']
 PRODUCT = ["core", "runtime", "stream", "dn", "net", "patch", "ui", "app", "kit"]
 
 

@@ -100,6 +100,7 @@ int CheckForPatch(const CXString* settingsOverride) {
     request.anchorFile = root->Get("patch-anchor-file")->GetString();
     request.bundleId = root->Get("application-bundle-id")->GetString();
     request.installationId = root->Get("installation-id")->GetString();
+    request.serviceBase = ServiceBaseOf(*root);
     request.target = process.target;
     LoadSettings(request.settings, request.bundleId, request.target);
     if (settingsOverride) {

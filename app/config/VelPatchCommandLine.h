@@ -51,6 +51,7 @@ struct VelPatchCheckRequest {
     CXString anchorFile;
     CXString bundleId;
     CXString installationId;
+    CXString serviceBase; ///< ends in "/"
     CXString target;
     VelPatchSettings settings;
 };

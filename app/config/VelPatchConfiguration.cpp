@@ -52,6 +52,17 @@ DNValueRef ReadConfigurationFile(const CXString& path) {
     return TextConfig::Read(file);
 }
 
+CXString ServiceBaseOf(const DNValue& root) {
+    constexpr absl::string_view kScheme("https://");
+    const CXString configured = root.Get("patch-service-base")->GetString();
+    const bool isUsable = configured.View().substr(0, kScheme.size()) == kScheme;
+    CXStringEdit base(isUsable ? configured.View() : absl::string_view(VELPATCH_SERVICE_BASE));
+    if (base.View().empty() || base.View().back() != '/') {
+        base.AppendByte('/');
+    }
+    return base.ToString();
+}
+
 DNValueRef GetConfigurationRoot() {
     return Root();
 }
@@ -86,6 +97,7 @@ bool ApplyConfiguration(VelPatchConfiguration& configuration, VelPatchSettings& 
     configuration.installationFolderName =
         root->Get("installation-folder-name")->GetString("untitled.app");
     configuration.installationId = text("installation-id");
+    configuration.serviceBase = ServiceBaseOf(*root);
     const CXString controlFile = text("patch-control-file");
     configuration.isOffline = !controlFile.IsEmpty();
     configuration.isInstallation = root->Get("patch-is-installation")->GetBool();

@@ -13,6 +13,7 @@ struct VelPatchConfiguration {
     CXString anchorFile; ///< file, relative to the target, whose checksum names the build
     CXString bundleId;
     CXString installationId;
+    CXString serviceBase; ///< see ServiceBaseOf
     CXString installationFolderName;
     CXString anchorChecksum; ///< the one build that an offline patch accepts
     CXString offlineDescription;
@@ -25,6 +26,9 @@ struct VelPatchConfiguration {
 CXString GetConfigurationPath();
 /// The tree of a configuration file; an empty folder if it is missing or unreadable.
 DNValueRef ReadConfigurationFile(const CXString& path);
+/// Where the patch stream service is asked, ending in "/": the configuration's "patch-service-base"
+/// if that is an https address, otherwise the address that the program was built with.
+CXString ServiceBaseOf(const DNValue& root);
 /// The configuration that LoadApplicationConfiguration read.
 DNValueRef GetConfigurationRoot();
 

@@ -40,15 +40,18 @@ CXString PrepareSettingsPath(const CXString& bundleId) {
     return CXFileSystem::Join(folder, "velpatch-settings.dat");
 }
 
-/// The records in the file; an empty tree if it is missing or unreadable.
-DNValueRef ReadSettingsFile(const CXString& path) {
-    CXFileSystem::RecoverBackup(path);
+/// The records in the file; an empty tree if it is missing or unreadable. False if there are
+/// records that can't be read now: a writer must then leave the file alone.
+bool ReadSettingsFile(const CXString& path, DNValueRef& root) {
+    root = new DNMemoryValue;
+    const bool isRecovered = CXFileSystem::RecoverBackup(path) == kCXResultOK;
     CXStreamFile file;
     file.Open(path, kOpenRead);
     if (file.GetLastError() != kCXResultOK) {
-        return new DNMemoryValue;
+        return isRecovered && file.GetLastError() == kCXResultNotFound;
     }
-    return TextConfig::Read(file);
+    root = TextConfig::Read(file);
+    return file.GetLastError() == kCXResultOK;
 }
 
 /// Once a field couldn't be read, nothing behind it can be trusted.
@@ -66,7 +69,9 @@ uint32_t ReadVersion(absl::string_view value) {
     return version;
 }
 
-CXString EncodeRecord(const VelPatchSettings& settings) {
+} // namespace
+
+CXString EncodeSettingsRecord(const VelPatchSettings& settings) {
     CXStreamDynamicBuffer body;
     for (const CXString* field :
          {&settings.username, &settings.password, &settings.streamId, &settings.streamName,
@@ -84,37 +89,15 @@ CXString EncodeRecord(const VelPatchSettings& settings) {
     return value.ToString();
 }
 
-} // namespace
-
-void SetSettingsBaseFolder(const CXString& folder) {
-    BaseFolderOverride() = folder;
-}
-
-CXString SettingsKeyOfTarget(const CXString& target) {
-    CXString key = CXFileSystem::StripTrailingSeparators(
-        CXFileSystem::NormalisePath(CXFileSystem::FromForeignPath(target)));
-    key.ToLower();
-    return key;
-}
-
-void LoadSettings(VelPatchSettings& settings, const CXString& bundleId, const CXString& target) {
+void DecodeSettingsRecord(absl::string_view value, VelPatchSettings& settings) {
     settings = VelPatchSettings();
-    if (target.IsEmpty()) {
-        return;
-    }
-    const CXString path = PrepareSettingsPath(bundleId);
-    if (path.IsEmpty()) {
-        return;
-    }
-    const DNValueRef root = ReadSettingsFile(path);
-    const CXString value = root->Get(SettingsKeyOfTarget(target))->GetString();
-    if (value.GetLength() < kVersionBytes) {
+    if (value.size() < kVersionBytes) {
         return;
     }
     const uint32_t version = ReadVersion(value);
     CXStringEdit body;
     if (version > kRecordVersion ||
-        Base64Decode(value.View().substr(kVersionBytes), body) != kCXResultOK) {
+        Base64Decode(value.substr(kVersionBytes), body) != kCXResultOK) {
         return;
     }
     CXStreamStaticBuffer stream(static_cast<const void*>(body.GetData()), body.GetLength());
@@ -128,9 +111,38 @@ void LoadSettings(VelPatchSettings& settings, const CXString& bundleId, const CX
     }
 }
 
+void SetSettingsBaseFolder(const CXString& folder) {
+    BaseFolderOverride() = folder;
+}
+
+CXString SettingsKeyOfTarget(const CXString& target) {
+    const CXString path = CXFileSystem::NormalisePath(CXFileSystem::FromForeignPath(target));
+    absl::string_view text = path.View();
+    while (!text.empty() && text.back() == '/') {
+        text.remove_suffix(1); // of a root too
+    }
+    CXString key(text);
+    key.ToLower();
+    return key;
+}
+
+void LoadSettings(VelPatchSettings& settings, const CXString& bundleId, const CXString& target) {
+    settings = VelPatchSettings();
+    if (target.IsEmpty()) {
+        return;
+    }
+    const CXString path = PrepareSettingsPath(bundleId);
+    if (path.IsEmpty()) {
+        return;
+    }
+    DNValueRef root;
+    ReadSettingsFile(path, root);
+    DecodeSettingsRecord(root->Get(SettingsKeyOfTarget(target))->GetString(), settings);
+}
+
 void SaveSettings(const VelPatchSettings& settings, const CXString& bundleId,
                   const CXString& target) {
-    const CXString value = EncodeRecord(settings);
+    const CXString value = EncodeSettingsRecord(settings);
     if (value.IsEmpty()) {
         return;
     }
@@ -138,7 +150,10 @@ void SaveSettings(const VelPatchSettings& settings, const CXString& bundleId,
     if (path.IsEmpty()) {
         return;
     }
-    const DNValueRef root = ReadSettingsFile(path);
+    DNValueRef root;
+    if (!ReadSettingsFile(path, root)) {
+        return; // writing would lose the records of all other targets
+    }
     root->SetNew(DNData::String(SettingsKeyOfTarget(target)), DNData::String(value));
 
     CXStringEdit temporaryName(path.View());

@@ -24,7 +24,8 @@ struct VelPatchSettings {
 void LoadSettings(VelPatchSettings& settings, const CXString& bundleId, const CXString& target);
 
 /// Puts the record into the file, beside those of other targets, by way of a temporary file, so
-/// that a crash leaves the old or the new one. A failure leaves the old file; nothing is reported.
+/// that a crash leaves the old or the new one. A failure leaves the old file, and so does an old
+/// file that can't be read, for the sake of the other records; nothing is reported.
 void SaveSettings(const VelPatchSettings& settings, const CXString& bundleId,
                   const CXString& target);
 
@@ -32,8 +33,14 @@ void SaveSettings(const VelPatchSettings& settings, const CXString& bundleId,
 /// "password" and "stream-id". A value that doesn't decode changes nothing.
 void ApplySettingsOverride(VelPatchSettings& settings, const CXString& encoded);
 
+/// The value that stands for a record: a version word and Base64 of the saved fields. Decoding
+/// replaces the whole record and leaves empty what the value doesn't give.
+CXString EncodeSettingsRecord(const VelPatchSettings& settings);
+void DecodeSettingsRecord(absl::string_view value, VelPatchSettings& settings);
+
 /// The name under which a target's record is kept: the normalised path without trailing
-/// separators, ASCII letters in lower case.
+/// "/", ASCII letters in lower case. Paths that differ only in the case of such letters share a
+/// record.
 CXString SettingsKeyOfTarget(const CXString& target);
 
 /// Replaces the user's data folder, below which the settings lie (for tests); empty restores it.

@@ -179,6 +179,35 @@ TEST_F(ParseCommandLineTest, FillsTheProcessSettings) {
     EXPECT_TRUE(exits.empty());
 }
 
+TEST_F(ParseCommandLineTest, OddLines) {
+    const struct {
+        std::vector<std::string> words;
+        std::string shown; // "@" is the program's folder
+    } cases[] = {
+        {{"--target", "-x"}, "|US|0|k"}, // what begins with a dash is no value
+        {{"--locale"}, "||0|k"},
+        {{"--target", "@/a", "--target", "@/b", "--locale"}, "@/a||0|k"},
+        {{"--locale", "--target", "de", "--target", "@/b"}, "@/b|DE|0|k"},
+        {{"--escalationstage", "--target", "@/a"}, "|US|0|k"}, // the stage waited first
+        {{"stray", "--escalationstage", "-1", "2", "3"}, "|US|2|k"},
+        {{"--start=1", "-start", "start", "--Start", "--"}, "|US|0|k"},
+    };
+    for (auto one : cases) {
+        const auto expand = [this](std::string& text) {
+            if (const size_t at = text.find('@'); at != std::string::npos) {
+                text.replace(at, 1, Text(folder.Path("app")));
+            }
+        };
+        for (std::string& word : one.words) {
+            expand(word);
+        }
+        expand(one.shown);
+        Reset();
+        EXPECT_TRUE(Parse(one.words));
+        EXPECT_EQ(Show(), one.shown) << testing::PrintToString(one.words);
+    }
+}
+
 TEST_F(ParseCommandLineTest, CheckForPatch) {
     EXPECT_TRUE(Parse({"--checkforpatch"}));
     EXPECT_EQ(exits, std::vector<int>{2}) << "no target";

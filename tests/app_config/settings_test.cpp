@@ -80,7 +80,8 @@ TEST_F(Settings, KeysOfTargets) {
         {"c:/games/foo", "c:/games/foo"},
         {"C:/Games/x/../\xC3\x9Cnit//", "c:/games/\xC3\x9Cnit"},
         {"/Games/./Foo/", "/games/foo"},
-        {"/", "/"},
+        {"/", ""},
+        {"C:\\", "c:"},
     };
     for (const auto& [target, key] : cases) {
         EXPECT_EQ(Text(SettingsKeyOfTarget(target)), key) << target;
@@ -146,26 +147,67 @@ TEST_F(Settings, InterruptedReplaceIsRecovered) {
     EXPECT_TRUE(folder.Has(kFile));
     EXPECT_FALSE(folder.Has(std::string(kFile) + ".abku"));
 
-    // Whatever call fails, the old or the new record is there afterwards.
+    // Whatever call fails, once or from then on, the old or the new record is there afterwards, and
+    // that of the other target in any case.
     VelPatchSettings changed = Sample();
     changed.username = "bert";
-    uint64_t failed = 0;
-    for (uint64_t call = 1;; ++call) {
-        FaultFileDriver driver;
-        driver.Fail(FileFault::Full, call, call, FileOp::Changing);
-        CXFileDriver* const earlier = CXFileDriver::SetCurrent(&driver);
-        SaveSettings(changed, "com.example.game", "/game");
-        CXFileDriver::SetCurrent(earlier);
-        const std::string now = Show(Load("/game"));
-        EXPECT_TRUE(now == Show(Sample()) || now == Show(changed)) << call << ": " << now;
-        if (driver.CountFaults() == 0) {
-            EXPECT_EQ(now, Show(changed));
-            break;
+    for (const bool forever : {false, true}) {
+        uint64_t failed = 0;
+        for (uint64_t call = 1;; ++call) {
+            SaveSettings(Sample(), "com.example.game", "/game");
+            SaveSettings(changed, "com.example.game", "/other");
+            FaultFileDriver driver;
+            driver.Fail(FileFault::Denied, call, forever ? ~0ULL : call, FileOp::All);
+            CXFileDriver* const earlier = CXFileDriver::SetCurrent(&driver);
+            SaveSettings(changed, "com.example.game", "/game");
+            CXFileDriver::SetCurrent(earlier);
+            const std::string now = Show(Load("/game"));
+            EXPECT_TRUE(now == Show(Sample()) || now == Show(changed)) << call << ": " << now;
+            EXPECT_EQ(Show(Load("/other")), Show(changed)) << call << (forever ? " and on" : "");
+            if (driver.CountFaults() == 0) {
+                EXPECT_EQ(now, Show(changed));
+                break;
+            }
+            ++failed;
         }
-        ++failed;
-        SaveSettings(Sample(), "com.example.game", "/game");
+        EXPECT_GT(failed, 8u);
     }
-    EXPECT_GT(failed, 4u);
+}
+
+TEST_F(Settings, DamagedFilesKeepTheRecordsOfOthers) {
+    SaveSettings(Sample(), "com.example.game", "/other");
+    const std::string good = folder.ReadFile(kFile);
+    const std::string later = std::string("\"/newer\" \"\0\0\0\x09not ours\"\r", 24);
+    const struct {
+        const char* what;
+        std::string contents;
+    } cases[] = {
+        {"bytes before", std::string("\xFF\0\x01 }odd\r", 9) + good},
+        {"bytes behind", good + std::string("\0{{{\"", 5)},
+        {"an open folder behind", good + "\r\"/game\" {\r"},
+        {"a closing brace behind", good + "}\rx y\r"},
+        {"numbers for values", "\"/game\" 12\r/third 1.5\r" + good},
+        {"our record given up", good + "\"/game\" `WHITEOUT`\r"},
+        {"record of a later version", later + good},
+    };
+    for (const auto& one : cases) {
+        folder.WriteFile(kFile, one.contents);
+        EXPECT_EQ(Show(Load("/game")), "|||||") << one.what;
+        SaveSettings(Sample(), "com.example.game", "/game");
+        EXPECT_EQ(Show(Load("/game")), Show(Sample())) << one.what;
+        EXPECT_EQ(Show(Load("/other")), Show(Sample())) << one.what;
+    }
+    EXPECT_EQ(folder.ReadFile(kFile).substr(0, later.size()), later) << "carried byte for byte";
+
+    // A backup that can't be taken back holds the only records.
+    folder.WriteFile(std::string(kFile) + ".abku", good);
+    folder.Remove(kFile);
+    FaultFileDriver driver;
+    driver.Fail(FileFault::Busy, 1, 1, FileOp::Rename);
+    CXFileDriver* const earlier = CXFileDriver::SetCurrent(&driver);
+    SaveSettings(Sample(), "com.example.game", "/game");
+    CXFileDriver::SetCurrent(earlier);
+    EXPECT_EQ(Show(Load("/other")), Show(Sample()));
 }
 
 TEST_F(Settings, Override) {

@@ -1,9 +1,9 @@
 // TLS streams against OpenSSL's own server program.
 
 #include "net/CXStreamSSL.h"
-#include "tests/net/TestCertificate.h"
-#include "tests/net/TrustFolder.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/TestCertificate.h"
+#include "tests/support/TrustFolder.h"
 
 #include <gtest/gtest.h>
 

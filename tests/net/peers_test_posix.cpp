@@ -4,8 +4,8 @@
 #include "patch/PatchControl.h"
 #include "stream/CXStreamDynamicBuffer.h"
 #include "stream/CXStreamFile.h"
-#include "tests/net/WebPeers_posix.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/WebPeers_posix.h"
 
 #include <gtest/gtest.h>
 

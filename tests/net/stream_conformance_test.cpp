@@ -3,8 +3,8 @@
 #include "tests/support/StreamConformance.h"
 
 #include "net/CXStreamSSL.h"
-#include "tests/net/TestTLSServer.h"
-#include "tests/net/TrustFolder.h"
+#include "tests/support/TestTLSServer.h"
+#include "tests/support/TrustFolder.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 #include "core/CXTime.h"
 #include "runtime/CXGenericEventRef.h"
 #include "tests/net/SocketDriverDouble.h"
-#include "tests/net/TestServer.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/TestServer.h"
 
 #include <gtest/gtest.h>
 
@@ -433,3 +433,27 @@ TEST(StreamTCP, OpeningsAndClosingsRaceWithoutLosingSockets) {
 }
 
 } // namespace
+
+TEST(StreamTCP, AFlagThatIsSetDoesNotUndoAClose) {
+    TestServer server([](TestConnection& connection) { connection.ReceiveAll(); });
+    for (int round = 0; round < 200; ++round) {
+        CXStreamTCP stream;
+        stream.Open(server.GetAddress(), kPatienceMs);
+        std::atomic<bool> over{false};
+        std::atomic<int> turns{0};
+        std::thread reader([&] {
+            while (!over) {
+                stream.SetFlagsUnderMask(kCXStreamPartialReads, kCXStreamPartialReads);
+                stream.SetFlagsUnderMask(0, kCXStreamPartialReads);
+                ++turns;
+            }
+        });
+        while (turns == 0) {
+            std::this_thread::yield();
+        }
+        stream.Close();
+        over = true;
+        reader.join();
+        ASSERT_FALSE(stream.IsOpen()) << "round " << round;
+    }
+}

@@ -5,9 +5,9 @@
 #include "core/CXTime.h"
 #include "stream/CXStreamStaticBuffer.h"
 #include "tests/net/SocketDriverDouble.h"
-#include "tests/net/TestTLSServer.h"
-#include "tests/net/TrustFolder.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/TestTLSServer.h"
+#include "tests/support/TrustFolder.h"
 
 #include <gtest/gtest.h>
 

@@ -96,6 +96,17 @@ kit 0 make --full new full --quiet
 kit 0 apply full/patch-control.txt deep/inside/target
 same new deep/inside/target
 
+# And away again, but not without a word.
+kit 2 uninstall deep/inside/target
+says 'say --yes'
+same new deep/inside/target
+kit 0 uninstall --yes deep/inside/target
+says "Uninstalling 'target'"
+[ ! -e deep/inside/target ] || fail "the game is still there"
+[ -d deep/inside ] || fail "too much went"
+kit 2 uninstall --yes deep/inside/target
+kit 2 uninstall --yes /
+
 # One file.
 kit 0 diff old/bin/program new/bin/program program.diff
 gives '^diff-bytes	[0-9]'

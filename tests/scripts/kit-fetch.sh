@@ -47,6 +47,19 @@ cmp -n 1000 e www/file.bin
 [ "$(stat -c %s e)" = 1000 ]
 fetch 1 -5 "http://127.0.0.1:$http/file.bin" a --resume
 cmp a www/file.bin
+# A server without ranges sends the whole: of a longer file nothing stays behind it.
+{ cat www/file.bin; echo more; } >h
+fetch 0 0 "http://127.0.0.1:$http/chunked/file.bin" h --resume
+cmp h www/file.bin
+# A refusal with a body overwrites the front of what was there: nothing of such a file stays.
+head -c 1000 www/file.bin >i
+fetch 1 -7 "http://127.0.0.1:$http/absent" i --resume
+[ ! -e i ]
+# One that brings no reply touches nothing.
+head -c 1000 www/file.bin >i
+fetch 1 -3 "http://127.0.0.1:$http/nothing" i --resume
+cmp -n 1000 i www/file.bin
+[ "$(stat -c %s i)" = 1000 ]
 fetch 2 "" "ftp://127.0.0.1/x" f
 fetch 2 "" "http://127.0.0.1:$http/file.bin" missing-folder/f
 fetch 2 "" "http://127.0.0.1:$http/file.bin" f --ca www/file.bin

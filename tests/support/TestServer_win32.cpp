@@ -1,4 +1,4 @@
-#include "tests/net/TestServer.h"
+#include "tests/support/TestServer.h"
 
 #include "core/win32_api.h"
 

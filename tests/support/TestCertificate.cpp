@@ -1,4 +1,4 @@
-#include "tests/net/TestCertificate.h"
+#include "tests/support/TestCertificate.h"
 
 #include <openssl/ec.h>
 #include <openssl/evp.h>

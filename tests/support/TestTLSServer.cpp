@@ -1,4 +1,4 @@
-#include "tests/net/TestTLSServer.h"
+#include "tests/support/TestTLSServer.h"
 
 #include <openssl/err.h>
 #include <openssl/ssl.h>

@@ -1,8 +1,8 @@
 // The server's side of TLS over a TestConnection.
 #pragma once
 
-#include "tests/net/TestCertificate.h"
-#include "tests/net/TestServer.h"
+#include "tests/support/TestCertificate.h"
+#include "tests/support/TestServer.h"
 
 #include <functional>
 #include <memory>

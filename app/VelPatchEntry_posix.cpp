@@ -1,0 +1,5 @@
+#include "app/VelPatchEntry.h"
+
+void VelPatchEntryPlatform::StartWindowServices() {}
+
+void VelPatchEntryPlatform::StopWindowServices() {}

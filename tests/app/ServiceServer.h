@@ -1,0 +1,78 @@
+// A patch stream service on a loopback port.
+#pragma once
+
+#include "tests/support/TestTLSServer.h"
+#include "tests/support/TrustFolder.h"
+
+#include <functional>
+#include <mutex>
+#include <string>
+
+/// Replies to the stream check and to the request for a stream file with a text for each, and keeps
+/// the requests. While it lives the application folder trusts it.
+class ServiceServer {
+public:
+    ServiceServer()
+        : m_certificate({.names = "DNS:localhost"}), m_trust(m_certificate.GetPem()),
+          m_server(m_certificate, [this](TestTLSConnection& connection) { Serve(connection); }) {}
+
+    /// A whole reply with this body.
+    static std::string Ok(const std::string& body) {
+        return "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" +
+               body;
+    }
+
+    void SetReplies(const std::string& streamCheck, const std::string& streamFile) {
+        const std::lock_guard<std::mutex> guard(m_lock);
+        m_streamCheck = streamCheck;
+        m_streamFile = streamFile;
+        m_requests.clear();
+    }
+    /// The requests' first lines since then, joined by "\n".
+    std::string GetRequests() const {
+        const std::lock_guard<std::mutex> guard(m_lock);
+        return m_requests;
+    }
+    /// Called before each reply.
+    std::function<void()> beforeReply;
+
+    std::string GetBase() const {
+        return "https://localhost:" + std::to_string(m_server.GetAddress().GetPort()) + "/";
+    }
+    int CountConnections() { return m_server.GetServer().GetConnectionCount(); }
+
+private:
+    void Serve(TestTLSConnection& connection) {
+        std::string request;
+        if (!connection.Accept()) {
+            return;
+        }
+        while (request.find("\r\n\r\n") == std::string::npos) {
+            const std::string more = connection.Receive();
+            if (more.empty()) {
+                return;
+            }
+            request += more;
+        }
+        if (beforeReply) {
+            beforeReply();
+        }
+        std::string reply;
+        {
+            const std::lock_guard<std::mutex> guard(m_lock);
+            m_requests += (m_requests.empty() ? "" : "\n") + request.substr(0, request.find('\r'));
+            reply = request.find("/rollstockstreamcheck.php?") != std::string::npos ? m_streamCheck
+                                                                                    : m_streamFile;
+        }
+        connection.Send(reply);
+        connection.EndSending();
+    }
+
+    TestCertificate m_certificate;
+    TrustFolder m_trust;
+    mutable std::mutex m_lock;
+    std::string m_streamCheck;
+    std::string m_streamFile;
+    std::string m_requests;
+    TestTLSServer m_server; // its thread uses all above
+};
