@@ -137,9 +137,7 @@ void VelPatchConfigCheck::CheckKeys() {
         }
     }
     const CXString word = GetText("patch-is-installation");
-    const bool isWord = EqualsNoCase(word, "true") || EqualsNoCase(word, "false") || word == "1" ||
-                        word == "0" || word.IsEmpty();
-    if (!isWord) {
+    if (!EqualsNoCase(word, "true") && !EqualsNoCase(word, "false") && !word.IsEmpty()) {
         AddOfKey(true, "patch-is-installation", "is neither true nor false, and counts as false");
     }
 }

@@ -197,6 +197,11 @@ void VelPatchConfigCheck::CheckText(const DNValueRef& language, const CXString& 
     if (!IsUTF8(text)) {
         Add(true, line, where, "is not in UTF-8");
     }
+    const size_t last = text.View().find_last_not_of(" \t");
+    if (last != absl::string_view::npos &&
+        (text.View()[last] == '\n' || text.View()[last] == '\r')) {
+        Add(false, line, where, "ends with a line end; does it lack its closing quote?");
+    }
     const VelPatchTextKey* known = FindTextKey(key);
     if (known == nullptr) {
         return; // whether something refers to it is seen with the references

@@ -12,7 +12,6 @@
 #include "stream/CXStreamFile.h"
 
 #include <algorithm>
-#include <memory>
 
 namespace {
 
@@ -96,23 +95,6 @@ const char* Explain(CXResult result, int32_t status) {
     }
 }
 
-/// What the trust file and the proxy options ask of the connection.
-bool Configure(const VelPatchFetchOptions& options, CXHTTPConnection& connection,
-               VelPatchConsole& console) {
-    connection.SetProxy(options.proxy);
-    if (options.trustFile.IsEmpty()) {
-        return true;
-    }
-    auto context = std::make_unique<CXSSLContext>();
-    if (context->LoadVerifyFile(options.trustFile) != kCXResultOK) {
-        console.Complain(
-            CXString::Format("'%s' holds no certificates", options.trustFile.GetData()));
-        return false;
-    }
-    connection.SetSSLContext(std::move(context));
-    return true;
-}
-
 } // namespace
 
 int FetchFile(const VelPatchFetchOptions& options, VelPatchConsole& console) {
@@ -125,9 +107,7 @@ int FetchFile(const VelPatchFetchOptions& options, VelPatchConsole& console) {
     InterruptEvent interrupt;
     CXHTTPConnection connection;
     connection.SetCancelEvent(CXGenericEventRef(&interrupt));
-    if (!Configure(options, connection, console)) {
-        return kKitUsage;
-    }
+    connection.SetProxy(options.proxy);
     CXStreamFile file;
     if (!OpenOutput(options, file)) {
         console.Complain(CXString::Format("'%s' can't be written (result %d)",

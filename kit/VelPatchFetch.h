@@ -9,7 +9,6 @@ struct VelPatchFetchOptions {
     CXString address;    ///< "http" or "https"
     CXString path;       ///< of the file to write, absolute
     bool resume = false; ///< ask for what the file lacks, as a player's retry does
-    CXString trustFile;  ///< PEM file of roots; empty: the one beside the program
     CXString proxy;      ///< "host:port"; empty: none
 };
 

@@ -12,6 +12,7 @@
 #include "kit/VelPatchMaker.h"
 #include "kit/VelPatchParallel.h"
 #include "kit/VelPatchRunner.h"
+#include "net/CXURI.h"
 #include "patch/BinaryDiff.h"
 #include "patch/PatchControl.h"
 #include "patch/VelPatchTask_ApplyFilePatches.h"
@@ -168,18 +169,18 @@ int RunPatchFile(const KitOptions& options, VelPatchConsole& console) {
 }
 
 int RunApply(const KitOptions& options, VelPatchConsole& console) {
-    const CXString control = TypedPath(options.control);
     PatchControl stated;
     uint64_t controlSize = 0;
     if (!LoadTypedControl(options.control, console, stated, controlSize)) {
         return kKitUsage;
     }
-    const CXString data = options.data.empty()
-                              ? CXFileSystem::Join(CXFileSystem::GetParent(control), kPatchDataName)
-                              : TypedPath(options.data);
-    if (!CXFileSystem::Exists(data) || CXFileSystem::IsDirectory(data)) {
-        console.Complain(
-            CXString::Format("the data file '%s' is missing; name it with --data", data.GetData()));
+    // Without a name of its own the data file lies beside the control file.
+    const CXString beside =
+        CXFileSystem::Join(CXFileSystem::GetParent(options.control), kPatchDataName);
+    const std::string data = options.data.empty() ? beside.GetData() : options.data;
+    if (!IsWebAddress(data) && !KitPlatform::IsRegularFile(TypedPath(data))) {
+        console.Complain(CXString::Format("the data file '%s' is missing; name it with --data",
+                                          TypedPath(data).GetData()));
         return kKitUsage;
     }
     const CXString target = TypedPath(options.target);
@@ -190,7 +191,8 @@ int RunApply(const KitOptions& options, VelPatchConsole& console) {
 
     const VelPatchWatcher watcher = WatchOnConsole(console, options.answer == "retry");
     TaskStatus last;
-    const VelPatchOutcome outcome = RunPatch(control, data, target, watcher, last);
+    const VelPatchOutcome outcome =
+        RunPatch(TypedAddress(options.control), TypedAddress(data), target, watcher, last);
     console.EndProgress();
     const CXString log = VelPatchTask_ApplyFilePatches::GetLogFilePath();
     console.PutData("log", log);
@@ -212,9 +214,6 @@ int RunFetch(const KitOptions& options, VelPatchConsole& console) {
     fetching.address = CXString(options.address.data(), options.address.size());
     fetching.path = TypedPath(options.file);
     fetching.resume = options.resume;
-    if (!options.trustFile.empty()) {
-        fetching.trustFile = TypedPath(options.trustFile);
-    }
     fetching.proxy = CXString(options.proxy.data(), options.proxy.size());
     return FetchFile(fetching, console);
 }
@@ -243,9 +242,10 @@ void DefineFiles(CLI::App& app, KitOptions& options) {
 
 void DefineApply(CLI::App& app, KitOptions& options) {
     CLI::App* apply = app.add_subcommand("apply", "Apply a patch to an installed game");
-    apply->add_option("CONTROL", options.control, "The control file")->required();
+    apply->add_option("CONTROL", options.control, "The control file, or its address")->required();
     apply->add_option("TARGET", options.target, "The game's folder")->required();
-    apply->add_option("--data", options.data, "The data file (default: patch-data.bin beside it)");
+    apply->add_option("--data", options.data,
+                      "The data file or its address (default: patch-data.bin beside it)");
     apply
         ->add_option("--answer", options.answer,
                      "Answer to questions when there is no terminal: retry or no")
@@ -258,8 +258,6 @@ void DefineFetch(CLI::App& app, KitOptions& options) {
     fetch->add_option("URI", options.address, "An http or https address")->required();
     fetch->add_option("FILE", options.file, "The file to write")->required();
     fetch->add_flag("--resume", options.resume, "Ask for what an existing file lacks");
-    fetch->add_option("--ca", options.trustFile,
-                      "PEM file of trusted roots (default: data/openssl.crt beside the program)");
     fetch->add_option("--proxy", options.proxy, "HOST:PORT of an HTTP proxy");
 }
 
@@ -280,6 +278,9 @@ int RunKit(const std::vector<std::string>& arguments) {
     app.set_version_flag("--version", "velpatch-kit " VELPATCH_VERSION);
     app.add_flag("-q,--quiet", options.quiet, "Show problems alone");
     app.add_flag("-v,--verbose", options.verbose, "Show the log's lines too");
+    app.add_option("--ca", options.trustFile,
+                   "PEM file of roots that https addresses are trusted by (default: "
+                   "data/openssl.crt beside the program)");
     app.require_subcommand(1);
     app.fallthrough(); // --quiet may stand behind the command
     DefineMake(app, options);
@@ -311,6 +312,9 @@ int RunKit(const std::vector<std::string>& arguments) {
     VelPatchConsole console(showing);
     KitPlatform::CatchInterrupts();
     LoadApplicationConfiguration();
+    if (!options.trustFile.empty() && !TrustTypedFile(options.trustFile, console)) {
+        return kKitUsage;
+    }
     if (app.got_subcommand("make")) {
         return RunMake(options, console);
     }

@@ -9,6 +9,7 @@
 #include "kit/VelPatchKit.h"
 #include "kit/VelPatchRunner.h"
 #include "net/CXAddressMask.h"
+#include "net/CXSSLContext.h"
 #include "net/CXURI.h"
 #include "patch/PatchControl.h"
 #include "stream/CXStreamFile.h"
@@ -23,6 +24,27 @@ constexpr uint32_t kRetryPauseMilliseconds = 1000;
 CXString TypedPath(const std::string& text) {
     return CXFileSystem::MakeAbsolute(
         CXFileSystem::FromForeignPath(absl::string_view(text.data(), text.size())));
+}
+
+bool IsWebAddress(absl::string_view text) {
+    const CXURI uri{text};
+    return EqualsNoCase(uri.scheme, "http") || EqualsNoCase(uri.scheme, "https");
+}
+
+CXURI TypedAddress(const std::string& text) {
+    const absl::string_view view(text.data(), text.size());
+    return IsWebAddress(view) ? CXURI(view) : CXURI(FileURIOfPath(TypedPath(text)));
+}
+
+bool TrustTypedFile(const std::string& text, VelPatchConsole& console) {
+    const CXString path = TypedPath(text);
+    CXSSLContext context;
+    if (context.LoadVerifyFile(path) != kCXResultOK) {
+        console.Complain(CXString::Format("'%s' holds no certificates", path.GetData()));
+        return false;
+    }
+    CXSSLContext::SetDefaultVerifyFile(path);
+    return true;
 }
 
 bool OpenForReading(CXStreamFile& file, const CXString& path, VelPatchConsole& console) {
@@ -67,8 +89,7 @@ bool LoadTypedControl(const std::string& text, VelPatchConsole& console, PatchCo
                       uint64_t& size) {
     size = 0;
     CXString name(text.data(), text.size());
-    CXURI uri{name.View()};
-    if (!EqualsNoCase(uri.scheme, "http") && !EqualsNoCase(uri.scheme, "https")) {
+    if (!IsWebAddress(name)) {
         const CXString path = TypedPath(text);
         CXStreamFile file;
         if (!OpenForReading(file, path, console)) {
@@ -76,12 +97,11 @@ bool LoadTypedControl(const std::string& text, VelPatchConsole& console, PatchCo
         }
         size = file.GetSize();
         name = path;
-        uri = CXURI(FileURIOfPath(path));
     } else {
         name = MaskAddress(name);
     }
-    const CXResult result =
-        LoadControlFile(uri, control, [&console](const CXString& line) { console.Complain(line); });
+    const CXResult result = LoadControlFile(
+        TypedAddress(text), control, [&console](const CXString& line) { console.Complain(line); });
     if (result != kCXResultOK) {
         console.Complain(CXString::Format("'%s' is not a control file that can be used (result %d)",
                                           name.GetData(), result));

@@ -9,12 +9,21 @@
 #include <string>
 
 class CXStreamFile;
+class CXURI;
 class VelPatchConsole;
 struct PatchControl;
 struct VelPatchWatcher;
 
 /// A path as a person typed it, absolute.
 CXString TypedPath(const std::string& text);
+
+/// Whether the text is an http or https address rather than a path.
+bool IsWebAddress(absl::string_view text);
+/// The address itself, or the "file:" address of a path as a person typed it.
+CXURI TypedAddress(const std::string& text);
+/// Trusts the roots in this file in place of those beside the program; complains about a file that
+/// holds none.
+bool TrustTypedFile(const std::string& text, VelPatchConsole& console);
 
 /// Opens a file; complains about one that can't be read, or a folder.
 bool OpenForReading(CXStreamFile& file, const CXString& path, VelPatchConsole& console);

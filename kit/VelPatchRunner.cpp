@@ -45,9 +45,14 @@ bool Watch(VelPatchTask& task, CXThread& thread, const VelPatchWatcher& watcher,
 
 VelPatchOutcome RunPatch(const CXString& control, const CXString& data, const CXString& target,
                          const VelPatchWatcher& watcher, TaskStatus& last) {
+    return RunPatch(CXURI(FileURIOfPath(CXFileSystem::MakeAbsolute(control))),
+                    CXURI(FileURIOfPath(CXFileSystem::MakeAbsolute(data))), target, watcher, last);
+}
+
+VelPatchOutcome RunPatch(const CXURI& control, const CXURI& data, const CXString& target,
+                         const VelPatchWatcher& watcher, TaskStatus& last) {
     VelPatchTask_ApplyFilePatches task;
-    task.Prepare(CXURI(FileURIOfPath(CXFileSystem::MakeAbsolute(control))),
-                 CXURI(FileURIOfPath(CXFileSystem::MakeAbsolute(data))));
+    task.Prepare(control, data);
     if (task.Begin(CXFileSystem::MakeAbsolute(target))) {
         task.Go();
     }

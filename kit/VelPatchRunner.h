@@ -6,6 +6,8 @@
 
 #include <functional>
 
+class CXURI;
+
 /// How a run ended.
 enum class VelPatchOutcome : uint8_t { Finished, Failed, Stopped };
 
@@ -22,6 +24,9 @@ struct VelPatchWatcher {
 /// Applies a patch to the target folder by VelPatchTask_ApplyFilePatches, giving the go at once,
 /// and waits until it has ended. `last` gets the final status, whose title and detail tell a
 /// failure. The task's log is written when this returns.
+VelPatchOutcome RunPatch(const CXURI& control, const CXURI& data, const CXString& target,
+                         const VelPatchWatcher& watcher, TaskStatus& last);
+/// The same with the paths of both files.
 VelPatchOutcome RunPatch(const CXString& control, const CXString& data, const CXString& target,
                          const VelPatchWatcher& watcher, TaskStatus& last);
 

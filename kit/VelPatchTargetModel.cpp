@@ -9,63 +9,72 @@ namespace {
 using Kind = VelPatchExpectedPath::Kind;
 using Model = std::map<CXString, VelPatchExpectedPath>;
 
+bool MakesFile(const PatchOperation& operation) {
+    return operation.command == COMMAND_CREATE_FILE || operation.command == COMMAND_EDIT_FILE ||
+           operation.command == COMMAND_MOVE_FILE;
+}
+
 class ModelMaker {
 public:
-    void Apply(const PatchOperation& operation, size_t index) {
-        switch (operation.command) {
-        case COMMAND_CREATE_FILE:
-        case COMMAND_EDIT_FILE:
-            PutFile(operation, index, operation.destinationChecksum);
-            break;
-        case COMMAND_MOVE_FILE:
-            PutFile(operation, index, ChecksumOfMove(operation));
-            break;
-        case COMMAND_DELETE_FILE:
-        case COMMAND_DELETE_FOLDER:
-            Delete(operation, index);
-            break;
-        case COMMAND_CREATE_FOLDER:
-            Put(operation, index, Kind::Folder);
-            break;
-        case COMMAND_NONE:
-            break;
+    explicit ModelMaker(const std::vector<PatchOperation>& operations)
+        : m_operations(operations), m_checksums(operations.size()),
+          m_isLate(operations.size(), true) {}
+
+    /// What lies in its place while the run is under way: folders, and files at free paths.
+    void RunOperations() {
+        for (size_t i = 0; i < m_operations.size(); i++) {
+            const PatchOperation& operation = m_operations[i];
+            if (operation.command == COMMAND_CREATE_FOLDER) {
+                Put(i, Kind::Folder);
+                m_isLate[i] = false;
+            } else if (MakesFile(operation)) {
+                m_checksums[i] = ChecksumOf(operation);
+                const bool needsFreePath =
+                    operation.command == COMMAND_CREATE_FILE
+                        ? !operation.MayReplace() || operation.sourceChecksum.IsEmpty()
+                        : operation.destinationPath != operation.sourcePath;
+                if (needsFreePath &&
+                    m_model.count(GetTargetPathKey(operation.destinationPath)) == 0) {
+                    PutFile(i);
+                    m_isLate[i] = false;
+                }
+            }
+        }
+    }
+
+    /// The renames and deletions at the end, in the order of the list.
+    void Finalise() {
+        for (size_t i = 0; i < m_operations.size(); i++) {
+            const PatchOperation& operation = m_operations[i];
+            if (operation.command == COMMAND_DELETE_FILE ||
+                operation.command == COMMAND_DELETE_FOLDER) {
+                Delete(i);
+            } else if (MakesFile(operation) && m_isLate[i]) {
+                PutFile(i);
+            }
         }
     }
 
     Model Take() { return std::move(m_model); }
 
 private:
-    VelPatchExpectedPath& Put(const PatchOperation& operation, size_t index, Kind kind) {
-        const CXString key = GetTargetPathKey(operation.destinationPath);
-        // What is made under a deleted folder brings it back.
-        for (CXString parent = CXFileSystem::GetParent(key); !parent.IsEmpty();
-             parent = CXFileSystem::GetParent(parent)) {
-            const auto found = m_model.find(parent);
-            if (found != m_model.end() && found->second.kind == Kind::Absent) {
-                found->second.kind = Kind::Folder;
-            }
-        }
-        VelPatchExpectedPath& expected = m_model[key];
+    VelPatchExpectedPath& Put(size_t index, Kind kind) {
+        const PatchOperation& operation = m_operations[index];
+        VelPatchExpectedPath& expected = m_model[GetTargetPathKey(operation.destinationPath)];
         expected.path = operation.destinationPath;
         expected.kind = kind;
         expected.checksum.Clear();
-        if (kind == Kind::Absent || !operation.destinationPermissions.IsEmpty()) {
-            expected.permissions = operation.destinationPermissions;
-        }
+        expected.permissions = operation.destinationPermissions;
         expected.isTolerated = expected.isTolerated || operation.IsFailureIgnored();
         expected.operation = index;
         return expected;
     }
 
-    void PutFile(const PatchOperation& operation, size_t index, const CXString& checksum) {
-        VelPatchExpectedPath& expected = Put(operation, index, Kind::File);
-        expected.checksum = checksum;
-        expected.permissions = operation.destinationPermissions;
-    }
+    void PutFile(size_t index) { Put(index, Kind::File).checksum = m_checksums[index]; }
 
-    /// A move that states nothing copies its source, which another operation may have made.
-    CXString ChecksumOfMove(const PatchOperation& operation) const {
-        if (!operation.destinationChecksum.IsEmpty()) {
+    /// A move that states nothing copies its source, which an operation before may have made.
+    CXString ChecksumOf(const PatchOperation& operation) const {
+        if (operation.command != COMMAND_MOVE_FILE || !operation.destinationChecksum.IsEmpty()) {
             return operation.destinationChecksum;
         }
         if (!operation.sourceChecksum.IsEmpty()) {
@@ -75,26 +84,29 @@ private:
         return source != m_model.end() ? source->second.checksum : CXString();
     }
 
-    void Delete(const PatchOperation& operation, size_t index) {
-        // All that the folder held goes with it.
-        const CXString inside =
-            CXString::Format("%s/", GetTargetPathKey(operation.destinationPath).GetData());
-        auto entry = m_model.lower_bound(inside);
-        while (entry != m_model.end() &&
-               entry->first.View().substr(0, inside.GetLength()) == inside.View()) {
+    void Delete(size_t index) {
+        // All that the folder holds goes with it.
+        const CXString inside = CXString::Format(
+            "%s/", GetTargetPathKey(m_operations[index].destinationPath).GetData());
+        for (auto entry = m_model.lower_bound(inside);
+             entry != m_model.end() &&
+             entry->first.View().substr(0, inside.GetLength()) == inside.View();
+             ++entry) {
             entry->second.kind = Kind::Absent;
-            ++entry;
         }
-        Put(operation, index, Kind::Absent);
+        Put(index, Kind::Absent);
     }
 
+    const std::vector<PatchOperation>& m_operations;
+    std::vector<CXString> m_checksums; ///< of the files that they make
+    std::vector<bool> m_isLate;        ///< its file is put in place at the end
     Model m_model;
 };
 
 } // namespace
 
 CXString GetTargetPathKey(const CXString& path) {
-    const CXString normal = CXFileSystem::NormalisePath(path);
+    CXString normal = CXFileSystem::NormalisePath(path);
     if (!CXFileSystem::HasWindowsPaths()) {
         return normal;
     }
@@ -104,17 +116,8 @@ CXString GetTargetPathKey(const CXString& path) {
 }
 
 Model ModelTargetAfter(const std::vector<PatchOperation>& operations) {
-    ModelMaker maker;
-    // Folders are made before anything is deleted, wherever they stand in the list.
-    for (size_t i = 0; i < operations.size(); i++) {
-        if (operations[i].command == COMMAND_CREATE_FOLDER) {
-            maker.Apply(operations[i], i);
-        }
-    }
-    for (size_t i = 0; i < operations.size(); i++) {
-        if (operations[i].command != COMMAND_CREATE_FOLDER) {
-            maker.Apply(operations[i], i);
-        }
-    }
+    ModelMaker maker(operations);
+    maker.RunOperations();
+    maker.Finalise();
     return maker.Take();
 }

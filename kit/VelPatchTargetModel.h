@@ -22,8 +22,11 @@ struct VelPatchExpectedPath {
 /// Key of a path: two spellings that name one file on this system have one key.
 CXString GetTargetPathKey(const CXString& path);
 
-/// The paths after a good run of the list, by key. Operations on one path follow each other in the
-/// order of the list, but for folders: they are made while the run is under way, and deleted with
-/// everything in them at its end, so a deletion wins over a making.
+/// The paths after a good run of the list, by key. A run makes folders, and files at paths that are
+/// free, as it comes to them; only at its end it puts in place what was made elsewhere and deletes,
+/// in the order of the list. So a deletion wins over a new file wherever it stands, and over one
+/// that is replaced in place if it comes later. What the list doesn't tell is assumed: a file that
+/// is edited or moved in place, or replaced by a create that states what was there, was there, any
+/// other was not.
 std::map<CXString, VelPatchExpectedPath>
 ModelTargetAfter(const std::vector<PatchOperation>& operations);

@@ -15,10 +15,6 @@ namespace {
 
 using Kind = VelPatchExpectedPath::Kind;
 
-bool IsDelete(const PatchOperation& operation) {
-    return operation.command == COMMAND_DELETE_FILE || operation.command == COMMAND_DELETE_FOLDER;
-}
-
 /// Why the player's program would refuse the target, in the studio's words.
 CXString Explain(const PreflightFinding& finding) {
     switch (finding.fault) {
@@ -53,19 +49,29 @@ public:
 
     /// Empty if the operation finds what it needs.
     CXString Apply(const PatchOperation& operation) {
-        if (IsDelete(operation) || operation.command == COMMAND_CREATE_FOLDER ||
-            operation.command == COMMAND_NONE) {
+        const CXString key = GetTargetPathKey(operation.destinationPath);
+        if (operation.command == COMMAND_DELETE_FOLDER) {
+            if (Exists(operation.destinationPath) || IsAnyMadeIn(key)) {
+                m_deletedFolders.push_back(key);
+            }
             return CXString();
         }
-        const CXString key = GetTargetPathKey(operation.destinationPath);
+        if (operation.command == COMMAND_CREATE_FOLDER) {
+            m_made.emplace(key, CXString());
+            return CXString();
+        }
+        if (operation.command == COMMAND_DELETE_FILE || operation.command == COMMAND_NONE) {
+            return CXString();
+        }
         const bool isThere = Exists(operation.destinationPath);
         const auto made = m_made.find(key);
         CXString problem = operation.command == COMMAND_CREATE_FILE
                                ? CheckCreate(operation, isThere, made != m_made.end())
                                : CheckChange(operation, isThere, made);
-        // What is there already gets its new contents when the run has all but ended.
         if (!isThere && made == m_made.end()) {
             m_made[key] = operation.destinationChecksum;
+        } else if (problem.IsEmpty() && IsReplacing(operation) && IsInDeletedFolder(key)) {
+            problem = "an operation before deletes the folder that it lies in";
         }
         return problem;
     }
@@ -75,6 +81,29 @@ private:
 
     bool Exists(const CXString& path) const {
         return CXFileSystem::Exists(CXFileSystem::Join(m_target, path));
+    }
+
+    static bool IsInPlace(const PatchOperation& operation) {
+        return operation.destinationPath == operation.sourcePath;
+    }
+
+    /// With something at the destination: new contents are put in place at the end of the run.
+    static bool IsReplacing(const PatchOperation& operation) {
+        return operation.MayReplace() ||
+               (operation.command != COMMAND_CREATE_FILE && IsInPlace(operation));
+    }
+
+    bool IsAnyMadeIn(const CXString& folder) const {
+        return std::any_of(m_made.begin(), m_made.end(), [&folder](const auto& entry) {
+            return CXFileSystem::IsWithin(folder, entry.first);
+        });
+    }
+
+    bool IsInDeletedFolder(const CXString& key) const {
+        return std::any_of(m_deletedFolders.begin(), m_deletedFolders.end(),
+                           [&key](const CXString& folder) {
+                               return CXFileSystem::IsWithin(folder, CXFileSystem::GetParent(key));
+                           });
     }
 
     static CXString CheckCreate(const PatchOperation& operation, bool isThere, bool isMade) {
@@ -90,23 +119,26 @@ private:
         if (operation.sourcePath.IsEmpty()) {
             return "the operation names no source";
         }
+        const bool isMade = !isThere && made != m_made.end();
+        if ((isThere || isMade) && !IsReplacing(operation)) {
+            // The checks have seen to what is there.
+            const bool isDone = isThere || (!operation.destinationChecksum.IsEmpty() &&
+                                            made->second == operation.destinationChecksum);
+            return isDone
+                       ? CXString()
+                       : CXString("an operation before makes this file too, with other contents");
+        }
         if (!Exists(operation.sourcePath) &&
             m_made.count(GetTargetPathKey(operation.sourcePath)) == 0) {
             return CXString::Format("the source '%s' is missing, and no operation before makes it",
                                     operation.sourcePath.GetData());
         }
-        const bool isInPlace = operation.destinationPath == operation.sourcePath;
-        const bool isMade = !isThere && made != m_made.end();
-        if (isMade && !isInPlace && !operation.MayReplace() &&
-            (operation.destinationChecksum.IsEmpty() ||
-             made->second != operation.destinationChecksum)) {
-            return "an operation before makes this file too, with other contents";
-        }
         return CXString();
     }
 
     const CXString& m_target;
-    Made m_made; ///< files that the run makes at free paths: key and checksum, if stated
+    Made m_made; ///< what the run makes at free paths: key and checksum, if stated
+    std::vector<CXString> m_deletedFolders; ///< keys, so far
 };
 
 CXString CheckFile(const VelPatchExpectedPath& expected, const CXString& path) {

@@ -114,7 +114,7 @@ private:
         CXStreamCopyOptions options;
         options.progress = [&](const CXStreamProgressCallbackData& now) {
             return progress(static_cast<double>(start + now.bytesDone) /
-                            static_cast<double>(m_size));
+                            static_cast<double>(std::max<uint64_t>(m_size, 1)));
         };
         const CXResult copied = CXStream::Copy(file, m_data, header.payloadSize, &options);
         file.Flush();

@@ -22,6 +22,11 @@ void StartOpenSSL() {
     }();
 }
 
+CXString& ChosenVerifyFile() {
+    static CXString path;
+    return path;
+}
+
 } // namespace
 
 bool CXSSLContext::IsVersionRefused(uint32_t version) {
@@ -47,8 +52,15 @@ CXSSLContext::~CXSSLContext() {
 }
 
 CXResult CXSSLContext::LoadDefaultVerifyPaths() {
-    return LoadVerifyFile(CXFileSystem::Join(
-        CXFileSystem::Join(CXFileSystem::GetApplicationFolder(), "data"), "openssl.crt"));
+    const CXString& chosen = ChosenVerifyFile();
+    return LoadVerifyFile(
+        chosen.IsEmpty()
+            ? CXFileSystem::Join(CXFileSystem::GetApplicationFolder(), "data/openssl.crt")
+            : chosen);
+}
+
+void CXSSLContext::SetDefaultVerifyFile(const CXString& path) {
+    ChosenVerifyFile() = path;
 }
 
 CXResult CXSSLContext::LoadVerifyFile(const CXString& path) {

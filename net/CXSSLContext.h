@@ -22,6 +22,9 @@ public:
     /// Loads the trust file and demands a good chain of every peer; kCXResultNotFound if the file
     /// is missing or holds no certificate (then every handshake fails).
     CXResult LoadDefaultVerifyPaths();
+    /// Puts another file in the place of the one beside the program, for this process; empty
+    /// restores it. At start-up, before any other thread.
+    static void SetDefaultVerifyFile(const CXString& path);
     /// The same with another file in PEM form.
     CXResult LoadVerifyFile(const CXString& path);
 

@@ -128,7 +128,21 @@ def check_constructs():
     return complaints
 
 
+def check_text_keys():
+    """The sources look up no text that is missing from the list of text keys, which the check of a
+    configuration goes by."""
+    listing = "app/config/VelPatchTextKeys.cpp"
+    pattern = re.compile(r'"(\$(?:velpatch|please)_\w+)"')
+    known = set(pattern.findall(read(listing)))
+    complaints = []
+    for path in code_files(["core", "runtime", "stream", "dn", "net", "patch", "ui", "app"]):
+        for number, line in enumerate(read(path).splitlines(), 1):
+            complaints += [f"{path}:{number}: {key} is missing from {listing}"
+                           for key in pattern.findall(line) if key not in known]
+    return complaints
+
+
 if __name__ == "__main__":
-    problems = check_layers() + check_seam() + check_constructs()
+    problems = check_layers() + check_seam() + check_constructs() + check_text_keys()
     print("\n".join(problems) if problems else "clean")
     sys.exit(1 if problems else 0)

@@ -308,6 +308,7 @@ class Driver:
         self.check("layers", source_checks.check_layers)
         self.check("seam", source_checks.check_seam)
         self.check("constructs", source_checks.check_constructs)
+        self.check("text keys", source_checks.check_text_keys)
 
     def format(self):
         def work():

@@ -1,5 +1,5 @@
 // The configuration that ships with the program, read by the program's own reader.
-// tests/scripts/check-texts.py checks the texts themselves.
+// The check of whole configurations has its own tests, with the kit.
 
 #include "dn/DNMemoryValue.h"
 #include "dn/TextConfig.h"

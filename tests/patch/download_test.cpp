@@ -185,14 +185,6 @@ TEST_F(Download, AStopEndsAStalledTransferInTimeAndTriesNoMore) {
     }
 }
 
-TEST_F(Download, AStopAtThePromptMeansNo) {
-    ScriptedServer server({{Reply("404 No", "", 0)}});
-    m_world.onPrompt = [](const TaskStatus&) { return Answer::Stop; };
-    const RunResult result = Run(server);
-    EXPECT_TRUE(result.Failed());
-    EXPECT_EQ(result.prompts.size(), 1U);
-}
-
 TEST_F(Download, TroubleWithTheLocalFile) {
     const char* const open = "$velpatch_task_failed_to_open_output_file";
     const char* const download = "$velpatch_task_failed_to_download_installation_data";

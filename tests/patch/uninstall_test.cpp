@@ -1,4 +1,5 @@
 // Removing what a patch run installed.
+#include "patch/DeleteWithAutoRetry.h"
 #include "patch/UninstallList.h"
 #include "patch/VelPatchTask_Uninstall.h"
 #include "stream/CXStreamStaticBuffer.h"
@@ -178,6 +179,27 @@ TEST_F(Uninstall, ATargetThatIsGoneIsAskedAbout) {
     Run({Answer::Retry});
     EXPECT_EQ(m_prompts, 1U);
     EXPECT_FALSE(m_world.Folder().Has("game"));
+}
+
+TEST(DeleteWithAutoRetry, BusyFilesGetTenTries) {
+    const uint32_t earlier = SetDeleteRetryPause(1);
+    TempFolder folder;
+    for (const uint64_t busy : {0U, 9U, 10U}) {
+        folder.WriteFile("f", "x");
+        FaultFileDriver driver;
+        driver.Fail(FileFault::Busy, 1, busy, FileOp::RemoveFile);
+        const ScopedFileDriver use(driver);
+        std::vector<CXString> log;
+        EXPECT_EQ(DeleteWithAutoRetry(folder.Path("f"),
+                                      [&](const CXString& line) { log.push_back(line); }),
+                  busy == 10 ? kCXResultInUse : kCXResultOK);
+        ASSERT_EQ(log.size(), busy);
+        EXPECT_TRUE(log.empty() ||
+                    log.back() == CXString::Format("DeleteWithAutoRetry> node busy while deleting "
+                                                   "'%s' (retry: %d)",
+                                                   folder.Path("f").GetData(), busy - 1));
+    }
+    SetDeleteRetryPause(earlier);
 }
 
 TEST(UninstallList, DamageEndsTheList) {

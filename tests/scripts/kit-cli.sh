@@ -79,6 +79,31 @@ same new target
 kit 1 apply patch/patch-control.txt target
 same new target
 
+# What the patch does, and whether the target is as it should be before and after.
+kit 0 inspect patch/patch-control.txt patch/patch-data.bin
+gives '^download-bytes	[1-9]'
+says 'Every record'
+kit 0 inspect patch/patch-control.txt --json --quiet
+gives '"command": "edit-file"'
+silent err
+kit 0 verify patch/patch-control.txt old
+kit 0 verify --after patch/patch-control.txt new --workers 2
+kit 1 verify --after patch/patch-control.txt old
+gives '^wrong	readme	'
+kit 2 verify patch/patch-control.txt missing-folder
+kit 0 split patch/patch-data.bin discs --size 100
+kit 0 join discs joined --control patch/patch-control.txt
+cmp -s joined patch/patch-data.bin || fail "the joined file differs"
+kit 0 inspect patch/patch-control.txt discs
+kit 2 split patch/patch-data.bin discs --size 5X
+head -c 40 patch/patch-data.bin >discs/patch-2.bin
+kit 1 join discs unmade
+kit 1 inspect patch/patch-control.txt discs
+[ ! -e unmade ] || fail "half a file was left"
+mkdir config
+kit 1 check-config config
+gives '^error	0	patch-config.txt	'
+
 # Quiet: no words at all when all is well, log lines only when asked for, never as data.
 cp -r old quiet
 kit 0 --quiet apply patch/patch-control.txt quiet --data patch/patch-data.bin
@@ -101,7 +126,7 @@ kit 2 uninstall deep/inside/target
 says 'say --yes'
 same new deep/inside/target
 kit 0 uninstall --yes deep/inside/target
-says "Uninstalling 'target'"
+says 'The game is gone'
 [ ! -e deep/inside/target ] || fail "the game is still there"
 [ -d deep/inside ] || fail "too much went"
 kit 2 uninstall --yes deep/inside/target

@@ -35,7 +35,7 @@ fetch 0 0 "https://localhost:$https/file.bin" c --proxy "localhost:$tunnel" --ca
 cmp c www/file.bin
 
 # Failures: a refusal leaves nothing of its body, and says no credentials.
-fetch 1 -17 "https://localhost:$https/file.bin" d
+fetch 1 -10 "https://localhost:$https/file.bin" d
 [ ! -e d ]
 fetch 1 -7 "http://me!secret@127.0.0.1:$http/absent?u=me&p=secret" d
 [ ! -e d ]
@@ -63,6 +63,14 @@ cmp -n 1000 i www/file.bin
 fetch 2 "" "ftp://127.0.0.1/x" f
 fetch 2 "" "http://127.0.0.1:$http/file.bin" missing-folder/f
 fetch 2 "" "http://127.0.0.1:$http/file.bin" f --ca www/file.bin
+
+# Control files are read from servers too, by what only looks at them.
+printf 'patch-operations\n{\n0\n{\ncommand delete-file\ndestination-filepath gone\n}\n}\n' \
+    >www/control.txt
+"$kit" inspect "http://127.0.0.1:$http/control.txt" >out 2>err
+grep -q "^deletes	1$" out
+mkdir target
+"$kit" verify --after "http://127.0.0.1:$http/control.txt" target >out 2>err
 
 # A slow transfer is stopped by Ctrl-C and keeps what came.
 "$kit" fetch "http://127.0.0.1:$http/slow/file.bin" g >out 2>err </dev/null &

@@ -301,7 +301,8 @@ def check_files(test, build):
     (test.folder / "fetched.bin").write_bytes(body[:20])
     test.kit("fetch", control, "fetched.txt", "--ca", "server.crt")
     test.kit("fetch", data, "fetched.bin", "--ca", "server.crt", "--resume")
-    test.kit("apply", "fetched.txt", "target", "--data", "fetched.bin")
+    test.expect("fetched", (test.folder / "fetched.bin").read_bytes(), body)
+    test.kit("apply", control, "target", "--data", data, "--ca", "server.crt")
     test.expect("patched", (test.folder / "target/RSNE.exe").read_bytes(),
                 (test.folder / "build2/RSNE.exe").read_bytes())
     for address in ("/up/nginx/velpatch-http.conf", "/up/files/", "/up/files/../service.txt", "/",

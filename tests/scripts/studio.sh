@@ -1,0 +1,61 @@
+#!/bin/bash
+# Runs every command of docs/studio.md, in its order, on the demonstration game, and looks at what
+# they leave.
+set -eu
+root=$(cd "$(dirname "$0")/../.." && pwd)
+build=$(cd "${1:-$root/build/release}" && pwd)
+folder=$(mktemp -d)
+trap 'rm -rf "$folder"' EXIT
+export TMPDIR="$folder"
+cd "$folder"
+"$root/scripts/make-demo-game" --own-only game >/dev/null
+mv game/build1 game-1.0
+mv game/build2 game-1.1
+cp -r "$root/data" data
+chmod -R u+w data
+mkdir bin
+ln -s "$build/bin/velpatch-kit" bin/velpatch-kit
+export PATH="$folder/bin:$PATH"
+
+# The blocks become one script, with the document's line in front of each for the complaint.
+awk '/^```sh$/ { inside = 1; print "line=" NR; next } /^```$/ { inside = 0 } inside' \
+    "$root/docs/studio.md" >commands.sh
+[ "$(grep -c '^velpatch-kit ' commands.sh)" -ge 12 ] || { echo "too few commands found"; exit 1; }
+echo 'set -eu; trap '"'"'echo "docs/studio.md, block of line $line: failed"'"'"' ERR' >all.sh
+cat commands.sh >>all.sh
+bash all.sh >log 2>&1 </dev/null || { tail -30 log; exit 1; }
+
+python3 - <<'END'
+import json
+patch = json.load(open("patch.json"))
+assert patch["sums"]["edits"] > 10 and len(patch["operations"]) > 100, patch["sums"]
+assert patch["sums"]["new-bytes"] > patch["sums"]["download-bytes"] > 0
+assert not patch["faults"]
+END
+[ -e disc-1/patch-1.bin ] && [ -e discs/patch-2.bin ]
+# Nothing half-written, and no errors on the way.
+[ -z "$(find . -name '*.tmp*')" ]
+grep -q "^error" log && { grep "^error" log; exit 1; }
+
+# What is wrong is said, with exit code 1.
+wrong() {
+    local code=0
+    velpatch-kit "$@" >answer 2>words </dev/null || code=$?
+    [ "$code" = 1 ] || { echo "velpatch-kit $*: exit code $code, wanted 1"; tail -3 answer; cat words; exit 1; }
+}
+wrong verify out/patch-control.txt player
+grep -q "^wrong	RSNE.exe	" answer
+wrong verify --after --json out/patch-control.txt game-1.0
+python3 -c 'import json; assert not json.load(open("answer"))["good"]'
+cp out/patch-data.bin damaged.bin
+printf 'oops' | dd of=damaged.bin bs=1 seek=20000 conv=notrunc 2>/dev/null
+wrong inspect out/patch-control.txt damaged.bin
+grep -q "byte [0-9]* of the data file, byte [0-9]* inflated, operation [0-9]* (" words
+rm discs/patch-2.bin
+wrong join discs joined-2.bin
+grep -q "patch-2.bin" words
+[ ! -e joined-2.bin ]
+sed -i 's/"$velpatch_retry"/"$velpatch_rety"/' online/patch-config.txt
+wrong check-config online --json
+python3 -c 'import json; assert json.load(open("answer"))["errors"] == 2'
+echo "docs/studio.md: good"
