@@ -274,7 +274,9 @@ VelPatchPlannedOperation VelPatchPlan::NewOperation(PatchCommand command, size_t
     VelPatchPlannedOperation planned;
     planned.operation.command = command;
     planned.operation.destinationPath = m_targetPaths[newIndex];
-    planned.operation.destinationPermissions = entry.GetPermissions();
+    if (entry.isFolder || m_oldOf[newIndex] != kNone || entry.mode != kUsualFileMode) {
+        planned.operation.destinationPermissions = entry.GetPermissions();
+    }
     if (!entry.isFolder) {
         planned.operation.estimatedEffort = static_cast<int64_t>(entry.size);
         planned.newFile = m_new->GetFullPath(newIndex);

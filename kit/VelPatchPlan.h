@@ -11,8 +11,9 @@
 #include <unordered_map>
 #include <vector>
 
-/// What new folders get on most systems without a word; only other modes are stated.
+/// What new folders and files get on most systems without a word; only other modes are stated.
 inline constexpr uint32_t kUsualFolderMode = 0755;
+inline constexpr uint32_t kUsualFileMode = 0644;
 
 /// A file that an edit may start from.
 struct VelPatchSource {
