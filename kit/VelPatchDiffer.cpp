@@ -17,8 +17,7 @@ struct Level {
     uint64_t mostIndexed; // the step grows so that no more old positions than this are indexed
 };
 constexpr Level kLevels[] = {
-    {32, 12, 1 << 20, UINT32_MAX - 1},
-    {16, 4, 1 << 14, 1 << 23},
+    {16, 8, 1 << 14, 1 << 25},
     {8, 1, 8, 1 << 20},
     {8, 1, 8, 1 << 16},
 };
@@ -68,10 +67,11 @@ void VelPatchDiffer::Align(Region region, size_t level) {
         seeding.seedLength = how.seedLength;
         seeding.step = std::max(how.step, static_cast<uint32_t>(oldLength / how.mostIndexed + 1));
         seeding.mostMatches = std::max<uint64_t>(1 << 18, newLength / 64);
+        const std::span<const uint8_t> older = m_old.subspan(region.oldStart, oldLength);
+        const std::span<const uint8_t> newer = m_new.subspan(region.newStart, newLength);
         std::vector<VelPatchMatch> found =
-            FindSeedMatches(m_old.subspan(region.oldStart, oldLength),
-                            m_new.subspan(region.newStart, newLength), seeding);
-        KeepHeaviestChain(found);
+            FindSeedMatches(older, newer, seeding);
+        KeepHeaviestChain(found, older, newer);
         Region gap = region;
         for (const VelPatchMatch& each : found) {
             const VelPatchMatch match = {each.oldStart + region.oldStart,

@@ -3,15 +3,23 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
+#include <unordered_map>
 
 namespace {
 
 // A frequent seed is followed through this many of its places, and the nearest of them are grown.
-constexpr int kMostVisited = 48;
-constexpr int kMostGrown = 4;
+constexpr int kMostVisited = 128;
+constexpr int kMostGrown = 8;
 // Growth to the left is bounded, so that repeated content can't make the scan quadratic; the rest
 // of a longer match is found as the common end of the gap before it.
 constexpr uint64_t kMostLeftGrowth = 4096;
+// What a match must bring, in equal bytes, to be worth leaving a diagonal for it: such a match is
+// often chance, and on the old diagonal many single bytes would have been equal.
+constexpr uint64_t kDiagonalChange = 24;
+// How far apart two matches of a diagonal may be for the bytes between them to be compared, and how
+// many bytes may be compared in all, as a multiple of the range.
+constexpr uint64_t kMostBridged = 1 << 16;
+constexpr uint64_t kBridgeBudget = 16;
 // Positions whose table slots are fetched ahead of their use.
 constexpr uint64_t kBatch = 16;
 
@@ -344,8 +352,31 @@ std::vector<VelPatchMatch> FindSeedMatches(std::span<const uint8_t> oldBytes,
     return SeedScan(oldBytes, newBytes, seeding).Run();
 }
 
-void KeepHeaviestChain(std::vector<VelPatchMatch>& matches) {
-    if (IsRising(matches)) {
+void KeepHeaviestChain(std::vector<VelPatchMatch>& matches, std::span<const uint8_t> oldBytes,
+                       std::span<const uint8_t> newBytes) {
+    const uint64_t endDiagonal = newBytes.size() - oldBytes.size();
+    uint64_t bridgeBudget = kBridgeBudget * newBytes.size();
+    const auto likeness = [&](const VelPatchMatch& last, const VelPatchMatch& next) {
+        const uint64_t start = last.NewEnd();
+        if (next.newStart <= start ||
+            next.newStart - start > std::min(kMostBridged, bridgeBudget)) {
+            return uint64_t{0};
+        }
+        bridgeBudget -= next.newStart - start;
+        const uint8_t* const older = oldBytes.data() + last.OldEnd();
+        const uint8_t* const newer = newBytes.data() + start;
+        uint64_t equal = 0;
+        for (uint64_t i = 0; i < next.newStart - start; i++) {
+            equal += older[i] == newer[i] ? 1 : 0;
+        }
+        return equal;
+    };
+    const auto diagonalOf = [](const VelPatchMatch& match) {
+        return match.newStart - match.oldStart;
+    };
+    if (endDiagonal == 0 && IsRising(matches) &&
+        std::all_of(matches.begin(), matches.end(),
+                    [&](const VelPatchMatch& match) { return diagonalOf(match) == 0; })) {
         return;
     }
     const auto count = static_cast<uint32_t>(matches.size());
@@ -376,7 +407,9 @@ void KeepHeaviestChain(std::vector<VelPatchMatch>& matches) {
     ChainTree tree(count);
     std::vector<uint64_t> scores(count);
     std::vector<uint32_t> previous(count);
-    ChainTree::Best best;
+    // Without any match: the range goes on as it began.
+    ChainTree::Best best = {endDiagonal == 0 ? kDiagonalChange : 0, UINT32_MAX};
+    std::unordered_map<uint64_t, ChainTree::Best> lastOn = {{0, ChainTree::Best()}};
     uint32_t entered = 0;
     for (uint32_t i = 0; i < count; i++) {
         while (entered < count && endInNew(order[entered]) <= matches[i].newStart) {
@@ -386,10 +419,26 @@ void KeepHeaviestChain(std::vector<VelPatchMatch>& matches) {
         const auto reachable =
             std::upper_bound(oldEnds.begin(), oldEnds.end(), matches[i].oldStart);
         const ChainTree::Best before = tree.Get(static_cast<size_t>(reachable - oldEnds.begin()));
-        scores[i] = before.score + matches[i].length;
-        previous[i] = before.match;
-        if (scores[i] > best.score) {
-            best = {scores[i], i};
+        const uint64_t diagonal = diagonalOf(matches[i]);
+        const auto last = lastOn.find(diagonal);
+        if (last != lastOn.end() && last->second.score + kDiagonalChange >= before.score) {
+            scores[i] = last->second.score + matches[i].length;
+            if (last->second.match != UINT32_MAX) {
+                scores[i] += likeness(matches[last->second.match], matches[i]);
+            }
+            previous[i] = last->second.match;
+        } else if (before.score + matches[i].length > kDiagonalChange) {
+            scores[i] = before.score + matches[i].length - kDiagonalChange;
+            previous[i] = before.match;
+        } else {
+            scores[i] = 0; // not worth beginning
+            previous[i] = UINT32_MAX;
+            continue;
+        }
+        lastOn[diagonal] = {scores[i], i};
+        const uint64_t atEnd = scores[i] + (diagonal == endDiagonal ? kDiagonalChange : 0);
+        if (atEnd > best.score) {
+            best = {atEnd, i};
         }
     }
 
