@@ -1,5 +1,7 @@
 #include "kit/VelPatchMatchFinder.h"
 
+#include "kit/VelPatchParallel.h"
+
 #include <algorithm>
 #include <bit>
 #include <cstring>
@@ -20,6 +22,9 @@ constexpr uint64_t kDiagonalChange = 24;
 // many bytes may be compared in all, as a multiple of the range.
 constexpr uint64_t kMostBridged = 1 << 16;
 constexpr uint64_t kBridgeBudget = 16;
+// New bytes that are scanned by themselves, so that several threads can take part; matches reach
+// over the borders. Fixed, so that the threads' number doesn't show in what is found.
+constexpr uint64_t kStretch = 2 << 20;
 // Positions whose table slots are fetched ahead of their use.
 constexpr uint64_t kBatch = 16;
 
@@ -118,18 +123,18 @@ private:
     Entry m_entries[256];
 };
 
-/// The scan of the new range over the index of the old one.
+/// The scan of a stretch of the new range over the index of the old one.
 class SeedScan {
 public:
     SeedScan(std::span<const uint8_t> oldBytes, std::span<const uint8_t> newBytes,
-             const VelPatchSeeding& seeding)
-        : m_old(oldBytes), m_new(newBytes), m_seeding(seeding), m_leastLength(seeding.seedLength),
-          m_index(oldBytes, seeding.seedLength, seeding.step) {}
+             const VelPatchSeeding& seeding, const SeedIndex& index, uint64_t mostMatches)
+        : m_old(oldBytes), m_new(newBytes), m_seeding(seeding), m_mostMatches(mostMatches),
+          m_leastLength(seeding.seedLength), m_index(index) {}
 
-    std::vector<VelPatchMatch> Run() {
-        const uint64_t end = m_new.size() - m_seeding.seedLength + 1;
+    /// Looks at the seeds that begin from `at` to below `end`.
+    std::vector<VelPatchMatch> Run(uint64_t at, uint64_t end) {
+        end = std::min(end, m_new.size() - m_seeding.seedLength + 1);
         uint64_t hashes[kBatch];
-        uint64_t at = 0;
         while (at < end) {
             const uint64_t batchStart = at;
             const uint64_t batch = std::min(kBatch, end - at);
@@ -147,10 +152,6 @@ public:
                 at++;
             }
         }
-        std::sort(
-            m_found.begin(), m_found.end(), [](const VelPatchMatch& a, const VelPatchMatch& b) {
-                return a.newStart != b.newStart ? a.newStart < b.newStart : a.oldStart < b.oldStart;
-            });
         return std::move(m_found);
     }
 
@@ -218,7 +219,7 @@ private:
         if (match.length < m_leastLength) {
             return;
         }
-        while (m_found.size() >= m_seeding.mostMatches) {
+        while (m_found.size() >= m_mostMatches) {
             m_leastLength *= 2;
             std::erase_if(m_found,
                           [&](const VelPatchMatch& each) { return each.length < m_leastLength; });
@@ -229,8 +230,9 @@ private:
     std::span<const uint8_t> m_old;
     std::span<const uint8_t> m_new;
     const VelPatchSeeding& m_seeding;
+    uint64_t m_mostMatches;
     uint64_t m_leastLength;
-    SeedIndex m_index;
+    const SeedIndex& m_index;
     CoveredDiagonals m_covered;
     uint64_t m_lastDiagonal = 0;
     std::vector<VelPatchMatch> m_found;
@@ -345,11 +347,33 @@ uint64_t CommonSuffix(const uint8_t* aEnd, const uint8_t* bEnd, uint64_t limit) 
 
 std::vector<VelPatchMatch> FindSeedMatches(std::span<const uint8_t> oldBytes,
                                            std::span<const uint8_t> newBytes,
-                                           const VelPatchSeeding& seeding) {
+                                           const VelPatchSeeding& seeding, unsigned workers) {
     if (oldBytes.size() < seeding.seedLength || newBytes.size() < seeding.seedLength) {
         return {};
     }
-    return SeedScan(oldBytes, newBytes, seeding).Run();
+    const SeedIndex index(oldBytes, seeding.seedLength, seeding.step);
+    const size_t stretches = static_cast<size_t>(newBytes.size() / kStretch + 1);
+    std::vector<std::vector<VelPatchMatch>> founds(stretches);
+    const auto scan = [&](size_t i) {
+        founds[i] = SeedScan(oldBytes, newBytes, seeding, index, seeding.mostMatches / stretches)
+                        .Run(i * kStretch, (i + 1) * kStretch);
+    };
+    if (stretches == 1 || workers == 1) {
+        for (size_t i = 0; i < stretches; i++) {
+            scan(i);
+        }
+    } else {
+        RunParallel(stretches, workers, scan, [](size_t) { return true; });
+    }
+    std::vector<VelPatchMatch> all = std::move(founds[0]);
+    for (size_t i = 1; i < stretches; i++) {
+        all.insert(all.end(), founds[i].begin(), founds[i].end());
+        founds[i] = std::vector<VelPatchMatch>();
+    }
+    std::sort(all.begin(), all.end(), [](const VelPatchMatch& a, const VelPatchMatch& b) {
+        return a.newStart != b.newStart ? a.newStart < b.newStart : a.oldStart < b.oldStart;
+    });
+    return all;
 }
 
 void KeepHeaviestChain(std::vector<VelPatchMatch>& matches, std::span<const uint8_t> oldBytes,
