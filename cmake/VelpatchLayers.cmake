@@ -66,6 +66,14 @@ function(velpatch_layer NAME FOLDER)
     target_compile_definitions(velpatch_${NAME} PRIVATE VELPATCH_VERSION="${PROJECT_VERSION}")
 endfunction()
 
+# velpatch_gtk_headers(NAME): lets the layer's own sources see GTK's headers; nothing is linked.
+function(velpatch_gtk_headers NAME)
+    if(TARGET velpatch_${NAME} AND NOT WIN32)
+        target_include_directories(velpatch_${NAME} SYSTEM PRIVATE ${GTK3_INCLUDE_DIRS})
+        target_link_libraries(velpatch_${NAME} PUBLIC ${CMAKE_DL_LIBS})
+    endif()
+endfunction()
+
 # velpatch_program(NAME main [WINDOWED] deps...): an executable whose main file only calls its
 # library; where the file isn't there, its sibling for the platform is taken. WINDOWED: on Windows,
 # started without a console by wWinMain.
@@ -81,6 +89,9 @@ function(velpatch_program NAME MAIN)
     velpatch_resolve(deps ${program_UNPARSED_ARGUMENTS})
     add_executable(${NAME} "${CMAKE_SOURCE_DIR}/${MAIN}")
     target_link_libraries(${NAME} PRIVATE velpatch_flags ${deps})
+    if(WIN32)
+        target_sources(${NAME} PRIVATE "${CMAKE_SOURCE_DIR}/cmake/windows/program.rc")
+    endif()
     if(program_WINDOWED)
         set_target_properties(${NAME} PROPERTIES WIN32_EXECUTABLE ON)
         if(WIN32)

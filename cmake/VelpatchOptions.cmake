@@ -23,6 +23,10 @@ set(CMAKE_CXX_FLAGS_DEBUG "-O0 -g")
 set(CMAKE_CXX_FLAGS_SANITIZE "-O1 -g1 -fno-omit-frame-pointer")
 set(CMAKE_EXE_LINKER_FLAGS_SANITIZE "")
 
+if(WIN32)
+    enable_language(RC)
+endif()
+
 add_library(velpatch_flags INTERFACE)
 target_include_directories(velpatch_flags INTERFACE "${CMAKE_SOURCE_DIR}")
 target_compile_options(velpatch_flags INTERFACE
@@ -46,7 +50,8 @@ if(WIN32)
     # One file without companions; the system libraries come with every Windows.
     target_link_options(velpatch_flags INTERFACE -static)
     set(VELPATCH_SYSTEM_LIBRARIES
-        advapi32 bcrypt comctl32 dbghelp netapi32 ole32 shell32 shlwapi user32 uuid version ws2_32)
+        advapi32 bcrypt comctl32 dbghelp gdi32 netapi32 ole32 oleacc shell32 shlwapi user32 uuid
+        version ws2_32)
 endif()
 
 # Compiler cache. Paths below the source folder are rewritten, so a second clone or a second
@@ -67,6 +72,11 @@ endif()
 find_package(ZLIB REQUIRED)
 find_package(absl REQUIRED)
 find_package(OpenSSL 1.1.1 REQUIRED)
+if(NOT WIN32)
+    # Headers only: the library is loaded at run time, and only for a window.
+    find_package(PkgConfig REQUIRED)
+    pkg_check_modules(GTK3 REQUIRED gtk+-3.0)
+endif()
 find_package(CLI11 QUIET)
 # Without GoogleTest the programs can still be built, which is all that ./run needs.
 find_package(GTest QUIET)

@@ -6,6 +6,7 @@
 /// A rectangle by its four edges.
 struct CXBox2i {
     int32_t left = 0, top = 0, right = 0, bottom = 0;
+    friend bool operator==(const CXBox2i&, const CXBox2i&) = default;
 };
 /// A point or size in whole units.
 struct CXVector2i {

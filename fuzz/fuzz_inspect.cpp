@@ -29,13 +29,13 @@ std::string Deflated(const std::string& bytes) {
 void Inspect(const PatchControl& control, const TempFolder& folder, const std::string& data) {
     folder.WriteFile("patch-1.bin", data);
     CXString problem;
-    const std::unique_ptr<CXStream> stream = OpenDataFile(folder.Path("patch-1.bin"), problem);
-    if (!stream) {
+    const VelPatchDataFile file = OpenDataFile(folder.Path("patch-1.bin"), problem);
+    if (!file.stream) {
         Check(!problem.IsEmpty());
         return;
     }
     VelPatchInspector inspector(control);
-    const CXResult result = inspector.ReadData(*stream);
+    const CXResult result = inspector.ReadData(*file.stream);
     Check((result == kCXResultOK) == inspector.GetFaults().empty());
     for (const VelPatchDataFault& fault : inspector.GetFaults()) {
         Check(fault.fileOffset <= data.size() && !fault.text.IsEmpty());

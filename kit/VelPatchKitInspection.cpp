@@ -133,9 +133,9 @@ void PutOperation(VelPatchJson& json, const PatchOperation& operation,
 }
 
 CXString MakeJson(const PatchControl& control, uint64_t controlSize,
-                  const VelPatchInspector& inspector, bool isDataRead) {
+                  const VelPatchInspector& inspector, const VelPatchDataFile& data) {
     VelPatchJson json;
-    json.PutBool("data-read", isDataRead);
+    json.PutBool("data-read", data.stream != nullptr);
     json.OpenList("operations");
     for (size_t i = 0; i < control.operations.size(); i++) {
         PutOperation(json, control.operations[i], inspector.GetCosts()[i]);
@@ -155,7 +155,9 @@ CXString MakeJson(const PatchControl& control, uint64_t controlSize,
     for (const VelPatchDataFault& fault : inspector.GetFaults()) {
         json.OpenObject();
         json.PutText("text", fault.text);
-        json.PutNumber("file-offset", fault.fileOffset);
+        uint64_t offset = 0;
+        json.PutText("file", data.FindPlace(fault.fileOffset, offset));
+        json.PutNumber("file-offset", offset);
         json.PutNumber("inflated-offset", fault.inflatedOffset);
         if (fault.operation != VelPatchDataFault::kNoOperation) {
             json.PutNumber("operation", static_cast<uint64_t>(fault.operation));
@@ -168,9 +170,11 @@ CXString MakeJson(const PatchControl& control, uint64_t controlSize,
 }
 
 void ComplainOfFault(const PatchControl& control, const VelPatchDataFault& fault,
-                     VelPatchConsole& console) {
-    CXString where = CXString::Format("byte %d of the data file, byte %d inflated",
-                                      fault.fileOffset, fault.inflatedOffset);
+                     const VelPatchDataFile& data, VelPatchConsole& console) {
+    uint64_t offset = 0;
+    const CXString& file = data.FindPlace(fault.fileOffset, offset);
+    CXString where = CXString::Format("byte %d of '%s', byte %d inflated", offset, file.GetData(),
+                                      fault.inflatedOffset);
     if (fault.operation != VelPatchDataFault::kNoOperation) {
         const PatchOperation& operation = control.operations[fault.operation];
         where = CXString::Format("%s, operation %d (%s '%s')", where.GetData(), fault.operation,
@@ -187,11 +191,12 @@ int RunInspect(const InspectionOptions& options, VelPatchConsole& console) {
         return kKitUsage;
     }
     VelPatchInspector inspector(control);
+    VelPatchDataFile data;
     int code = kKitDone;
     if (!options.data.empty()) {
         CXString problem;
-        const std::unique_ptr<CXStream> data = OpenDataFile(TypedPath(options.data), problem);
-        if (!data) {
+        data = OpenDataFile(TypedPath(options.data), problem);
+        if (!data.stream) {
             console.Complain(problem);
             return kKitFailed;
         }
@@ -199,7 +204,7 @@ int RunInspect(const InspectionOptions& options, VelPatchConsole& console) {
             console.ShowProgress("reading the data file", fraction);
             return !KitPlatform::IsInterrupted();
         });
-        const CXResult result = inspector.ReadData(*data);
+        const CXResult result = inspector.ReadData(*data.stream);
         console.EndProgress();
         if (result == kCXResultCancelled) {
             console.Complain("stopped");
@@ -208,14 +213,14 @@ int RunInspect(const InspectionOptions& options, VelPatchConsole& console) {
         code = result == kCXResultOK ? kKitDone : kKitFailed;
     }
     if (options.json) {
-        const CXString json = MakeJson(control, controlSize, inspector, !options.data.empty());
+        const CXString json = MakeJson(control, controlSize, inspector, data);
         std::fwrite(json.GetData(), 1, json.GetLength(), stdout);
     } else {
         ShowTable(control, controlSize, inspector, console);
     }
     std::fflush(stdout);
     for (const VelPatchDataFault& fault : inspector.GetFaults()) {
-        ComplainOfFault(control, fault, console);
+        ComplainOfFault(control, fault, data, console);
     }
     if (!options.data.empty() && code == kKitDone) {
         console.Say("Every record of the data file is good.");

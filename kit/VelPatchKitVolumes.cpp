@@ -97,13 +97,13 @@ int RunJoin(const VolumeOptions& options, VelPatchConsole& console) {
     }
     const CXString from = TypedPath(options.folder);
     CXString problem;
-    std::unique_ptr<CXStream> data;
+    VelPatchDataFile data;
     if (IsVolumeSet(from)) {
         data = OpenDataFile(from, problem);
     } else {
         problem = CXString::Format("'%s' holds no volumes", from.GetData());
     }
-    if (!data) {
+    if (!data.stream) {
         console.Complain(problem);
         return kKitFailed;
     }
@@ -113,9 +113,9 @@ int RunJoin(const VolumeOptions& options, VelPatchConsole& console) {
         console.ShowProgress("joining the volumes", static_cast<double>(now.fraction));
         return !KitPlatform::IsInterrupted();
     };
-    const uint64_t size = data->GetRemaining();
+    const uint64_t size = data.stream->GetRemaining();
     const int code = WriteNewFile(path, console, [&](CXStreamFile& file) {
-        const CXResult copied = CXStream::Copy(file, *data, size, &copying);
+        const CXResult copied = CXStream::Copy(file, *data.stream, size, &copying);
         console.EndProgress();
         if (copied != kCXResultOK) {
             return copied;

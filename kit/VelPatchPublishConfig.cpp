@@ -7,7 +7,6 @@
 
 namespace {
 
-constexpr const char* kHead = "# Written by \"velpatch-kit publish\", which replaces this file.\n";
 /// For folders named by contents: a year, as good as for ever.
 constexpr const char* kKeepForEver = "\"public, max-age=31536000, immutable\"";
 
@@ -21,47 +20,6 @@ void AppendQuotedText(CXStringEdit& out, absl::string_view text) {
         out.AppendByte(byte);
     }
     out.Append("\"\n");
-}
-
-bool IsLetterOrDigit(unsigned char byte) {
-    return (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') ||
-           (byte >= '0' && byte <= '9');
-}
-
-/// Whether a byte may reach the server as it is inside a query's value. "%" and "+" mean something
-/// else there; "&" and "#" end the value, a blank ends the line.
-bool MayStandBare(unsigned char byte) {
-    return byte > ' ' && byte != 127 && byte != '%' && byte != '+' && byte != '&' && byte != '#';
-}
-
-/// A map of the web server, from opening to closing brace.
-class Map {
-public:
-    Map(CXStringEdit& out, const char* source, const char* variable) : m_out(out) {
-        m_out.AppendFormat("map %s $velpatch_%s {\n", source, variable);
-    }
-    ~Map() { m_out.Append("}\n\n"); }
-    Map(const Map&) = delete;
-    Map& operator=(const Map&) = delete;
-
-    /// A key of our own words and of digits: letter case has no part in it.
-    void Put(const CXString& key, const CXString& value) {
-        m_out.AppendFormat("    \"%s\" %s;\n", key.GetData(), value.GetData());
-    }
-    void PutDefault(const CXString& value) {
-        m_out.AppendFormat("    default %s;\n", value.GetData());
-    }
-    /// A key that matches from the front, by an expression without quotes and dollars.
-    void PutPattern(const CXString& pattern, const CXString& value) {
-        m_out.AppendFormat("    \"~^%s\" %s;\n", pattern.GetData(), value.GetData());
-    }
-
-private:
-    CXStringEdit& m_out;
-};
-
-CXString Numbered(const char* letter, size_t index) {
-    return CXString::Format("%s%d", letter, index + 1);
 }
 
 /// The folder of the base address, with "/" at both ends.
@@ -103,33 +61,6 @@ CXString PatchReply(const CXString& controlAddress, const CXString& dataAddress,
     reply.Append("description ");
     AppendQuotedText(reply, description);
     return reply.ToString();
-}
-
-CXString MatchEscaped(absl::string_view text) {
-    constexpr const char* kDigits = "0123456789abcdef";
-    CXStringEdit out;
-    for (const char letter : text) {
-        const auto byte = static_cast<unsigned char>(letter);
-        out.Append("(?:");
-        if (IsLetterOrDigit(byte)) {
-            out.AppendByte(letter);
-            out.AppendByte('|');
-        } else if (MayStandBare(byte)) {
-            out.AppendFormat("\\x%02x|", byte);
-        } else if (byte == ' ') {
-            out.Append("\\x2b|"); // "+", as forms write it
-        }
-        out.AppendByte('%');
-        for (const char digit : {kDigits[byte >> 4], kDigits[byte & 15]}) {
-            if (digit >= 'a') {
-                out.AppendFormat("[%c%c]", digit, static_cast<char>(digit - 32));
-            } else {
-                out.AppendByte(digit);
-            }
-        }
-        out.AppendByte(')');
-    }
-    return out.ToString();
 }
 
 CXString Quote(absl::string_view text) {
@@ -193,132 +124,8 @@ std::vector<size_t> StreamsFor(const VelPatchPublishService& service, const Grou
     return found;
 }
 
-namespace {
-
-void PutAccounts(CXStringEdit& out, const VelPatchPublishService& service, const Groups& made) {
-    out.Append(
-        "# Who asks: \"missing\", \"wrong\" or a group of accounts. A password stands here as "
-        "a pattern:\n# nobody but the server may read this file.\n");
-    Map map(out, "\"$arg_u&$arg_p\"", "account");
-    if (service.isOpen) {
-        map.PutDefault(Numbered("g", 0));
-        return;
-    }
-    map.PutDefault("wrong");
-    map.PutPattern("&", "missing");
-    for (size_t i = 0; i < service.accounts.size(); ++i) {
-        const VelPatchPublishAccount& account = service.accounts[i];
-        map.PutPattern(CXString::Format("%s&%s\\z", MatchEscaped(account.user).GetData(),
-                                        MatchEscaped(account.password).GetData()),
-                       Numbered("g", made.ofAccount[i]));
-    }
-    map.PutPattern("[^&]*&\\z", "missing");
-}
-
-void PutAccountFailures(Map& map, const NameReply& name) {
-    map.PutPattern("missing&", name(ErrorReply("login_details_not_received")));
-    map.PutPattern("wrong&", name(ErrorReply("invalid-myrollstock-details")));
-}
-
-void PutStreamCheck(CXStringEdit& out, const VelPatchPublishService& service, const Groups& made,
-                    const NameReply& name) {
-    out.Append("# The product that asks; a bundle id with its own installation id goes first.\n");
-    {
-        Map map(out, "\"$arg_id&$arg_iid\"", "product");
-        map.PutDefault("none");
-        for (const bool hasInstallation : {true, false}) {
-            for (size_t i = 0; i < service.products.size(); ++i) {
-                const VelPatchPublishProduct& product = service.products[i];
-                if (product.installationId.IsEmpty() != hasInstallation) {
-                    const CXString end =
-                        hasInstallation
-                            ? CXString::Format("%s\\z",
-                                               MatchEscaped(product.installationId).GetData())
-                            : CXString();
-                    map.PutPattern(CXString::Format("%s&%s",
-                                                    MatchEscaped(product.bundleId).GetData(),
-                                                    end.GetData()),
-                                   Numbered("p", i));
-                }
-            }
-        }
-    }
-    out.Append("# The reply to a stream check.\n");
-    Map map(out, "\"$velpatch_account&$velpatch_product\"", "stream_check");
-    map.PutDefault(name(ErrorReply("no-patch-streams")));
-    PutAccountFailures(map, name);
-    for (size_t g = 0; g < made.groups.size(); ++g) {
-        if (made.groups[g].products.empty()) {
-            map.PutPattern(CXString::Format("%s&", Numbered("g", g).GetData()),
-                           name(ErrorReply("no-products-owned")));
-        }
-        for (size_t p = 0; p < service.products.size(); ++p) {
-            const std::vector<size_t> streams = StreamsFor(service, made.groups[g], p);
-            if (!streams.empty()) {
-                map.Put(CXString::Format("%s&%s", Numbered("g", g).GetData(),
-                                         Numbered("p", p).GetData()),
-                        name(StreamCheckReply(service, streams)));
-            }
-        }
-    }
-}
-
-void PutStreamFile(CXStringEdit& out, const VelPatchPublishService& service, const Groups& made,
-                   const OfferPatch& offer, const NameReply& name) {
-    {
-        Map map(out, "$arg_stream", "stream");
-        map.PutDefault("none");
-        for (size_t i = 0; i < service.streams.size(); ++i) {
-            map.PutPattern(CXString::Format("%s\\z", MatchEscaped(service.streams[i].id).GetData()),
-                           Numbered("s", i));
-        }
-    }
-    out.Append("# What each build and each installation of a stream is offered.\n");
-    {
-        Map map(out, "\"$velpatch_stream&$arg_build\"", "build");
-        map.PutDefault(name(ErrorReply("unknown-build")));
-        for (size_t i = 0; i < service.streams.size(); ++i) {
-            const CXString stream = Numbered("s", i);
-            for (const VelPatchPublishBuild& build : service.streams[i].builds) {
-                map.Put(
-                    CXString::Format("%s&%s", stream.GetData(), build.anchorChecksum.GetData()),
-                    name(build.hasPatch ? offer(build.patch) : ErrorReply("no-patches-available")));
-            }
-            for (const VelPatchPublishInstallation& one : service.streams[i].installations) {
-                map.PutPattern(
-                    CXString::Format("%s&%s\\z", stream.GetData(), MatchEscaped(one.id).GetData()),
-                    name(offer(one.patch)));
-            }
-        }
-    }
-    out.Append("# The reply to a request for a stream's file.\n");
-    Map map(out, "\"$velpatch_account&$velpatch_stream\"", "stream_file");
-    map.PutDefault(name(ErrorReply("no-patch-streams")));
-    PutAccountFailures(map, name);
-    for (size_t g = 0; g < made.groups.size(); ++g) {
-        for (const size_t stream : made.groups[g].streams) {
-            map.Put(CXString::Format("%s&%s", Numbered("g", g).GetData(),
-                                     Numbered("s", stream).GetData()),
-                    "$velpatch_build");
-        }
-    }
-}
-
-} // namespace
-
-CXString HttpPart(const VelPatchPublishService& service, const OfferPatch& offer,
-                  const NameReply& name) {
-    const Groups made = MakeGroups(service);
-    CXStringEdit out;
-    out.Append(kHead);
-    out.Append("# For the \"http\" block.\n\n");
-    PutAccounts(out, service, made);
-    PutStreamCheck(out, service, made, name);
-    PutStreamFile(out, service, made, offer, name);
-    out.Append("# Addresses hold passwords: no line of a log may hold a query.\n"
-               "log_format velpatch '$remote_addr [$time_iso8601] \"$request_method $uri\" '\n"
-               "                    '$status $body_bytes_sent';\n");
-    return out.ToString();
+CXString DigestSalt(const VelPatchPublishService& service) {
+    return CXString::Format("velpatch&%s", service.baseAddress.GetData());
 }
 
 CXString ServerPart(const VelPatchPublishService& service, const CXString& folder) {
@@ -326,7 +133,7 @@ CXString ServerPart(const VelPatchPublishService& service, const CXString& folde
     const CXString replies = Quote(CXString::Format("%s/replies", folder.GetData()));
     const CXString files = Quote(CXString::Format("%s/files/", folder.GetData()));
     CXStringEdit out;
-    out.Append(kHead);
+    out.Append(kFileHead);
     out.Append("# For the \"server\" block.\n\n");
     const std::pair<const char*, const char*> scripts[] = {
         {"rollstockstreamcheck.php", "stream_check"}, {"getstreamfile.php", "stream_file"}};
@@ -334,6 +141,11 @@ CXString ServerPart(const VelPatchPublishService& service, const CXString& folde
         out.AppendFormat("location = %sstreams/%s {\n", base.GetData(), script);
         out.AppendFormat("    root %s;\n", replies.GetData());
         out.AppendFormat("    try_files /$velpatch_%s =500;\n", variable);
+        if (service.hashesPasswords && !service.isOpen) {
+            out.Append("    secure_link $velpatch_digest;\n");
+            out.AppendFormat("    secure_link_md5 \"%s&$velpatch_login&$arg_p\";\n",
+                             DigestSalt(service).GetData());
+        }
         out.Append("    access_log off;\n"
                    "    types { }\n"
                    "    default_type \"text/plain; charset=utf-8\";\n"
@@ -362,7 +174,7 @@ CXString StandAlone(const VelPatchPublishService& service, const CXString& folde
     const CXURI uri(service.baseAddress.View());
     const VelPatchPublishServer& server = service.server;
     CXStringEdit out;
-    out.Append(kHead);
+    out.Append(kFileHead);
     out.Append("# A whole server: nginx -c THIS-FILE\n\n");
     const CXString run = CXString::Format("%s/run", folder.GetData());
     const auto path = [&](const char* name) {

@@ -8,6 +8,9 @@
 /// Says what the service says in its own words: never names of files or of the player.
 namespace VelPatchPublishConfig {
 
+inline constexpr const char* kFileHead =
+    "# Written by \"velpatch-kit publish\", which replaces this file.\n";
+
 /// A reply that tells of a failure.
 CXString ErrorReply(const char* word);
 /// The reply to a stream check: these streams, in this order.
@@ -24,6 +27,10 @@ CXString MatchEscaped(absl::string_view text);
 /// The text as a double-quoted string of the web server's configuration. It must not hold "$",
 /// which no quoting takes its meaning.
 CXString Quote(absl::string_view text);
+
+/// What is digested in front of an account and its password: no table that was made for another
+/// service fits this one.
+CXString DigestSalt(const VelPatchPublishService& service);
 
 /// Who may use what: accounts that may use the same share one group.
 struct Groups {

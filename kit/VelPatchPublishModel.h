@@ -43,7 +43,6 @@ struct VelPatchPublishStream {
 };
 
 struct VelPatchPublishProduct {
-    CXString place;
     CXString name; ///< of the service file alone
     CXString bundleId;
     CXString installationId;     ///< empty: of any
@@ -51,7 +50,6 @@ struct VelPatchPublishProduct {
 };
 
 struct VelPatchPublishAccount {
-    CXString place;
     CXString user;
     CXString password;
     std::vector<size_t> products; ///< indices of those that it owns, ascending
@@ -74,4 +72,7 @@ struct VelPatchPublishService {
     std::vector<VelPatchPublishStream> streams;
     std::vector<VelPatchPublishAccount> accounts;
     bool isOpen = true; ///< no accounts: whoever asks is served
+    /// The server gets digests of the passwords; a password must then come escaped as the player's
+    /// program escapes it.
+    bool hashesPasswords = false;
 };

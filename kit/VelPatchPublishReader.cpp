@@ -38,7 +38,7 @@ public:
     void Run() {
         const Entry root = m_text.GetRoot();
         m_text.AllowKeys(root, {"base-address", "files-address", "folder", "server", "streams",
-                                "products", "accounts"});
+                                "products", "accounts", "hash-passwords"});
         m_service.baseAddress = ReadAddress(root, "base-address", true);
         m_service.filesAddress = ReadAddress(root, "files-address", false);
         if (m_service.filesAddress.IsEmpty()) {
@@ -49,6 +49,7 @@ public:
         // Each refers to those before it.
         ReadAll("streams", [this](const Entry& entry) { ReadStream(entry); });
         ReadAll("products", [this](const Entry& entry) { ReadProduct(entry); });
+        m_service.hashesPasswords = root.value->Get("hash-passwords")->GetBool();
         m_service.isOpen = root.value->Get("accounts")->GetType() == kDNTypeNone;
         ReadAll("accounts", [this](const Entry& entry) { ReadAccount(entry); });
         CheckUse();
@@ -70,7 +71,7 @@ private:
     /// An address of the service. It stands in the web server's configuration and in replies, so
     /// only signs that mean nothing to either may be in it.
     CXString ReadAddress(const Entry& root, const char* key, bool isRequired) {
-        const CXString address = m_text.GetText(root, key, isRequired);
+        CXString address = m_text.GetText(root, key, isRequired);
         if (address.IsEmpty()) {
             return address;
         }
@@ -203,7 +204,6 @@ private:
     void ReadProduct(const Entry& entry) {
         m_text.AllowKeys(entry, {"bundle-id", "installation-id", "default-stream", "streams"});
         VelPatchPublishProduct product;
-        product.place = m_text.GetPlace(entry);
         product.name = entry.name;
         product.bundleId = m_text.GetText(entry, "bundle-id", true);
         product.installationId = m_text.GetText(entry, "installation-id", false);
@@ -236,7 +236,6 @@ private:
     void ReadAccount(const Entry& entry) {
         m_text.AllowKeys(entry, {"password", "products", "streams"});
         VelPatchPublishAccount account;
-        account.place = m_text.GetPlace(entry);
         account.user = entry.name;
         account.password = m_text.GetText(entry, "password", true);
         account.products =
@@ -253,7 +252,20 @@ private:
                                                  m_service.streams[index].id.GetData()));
             }
         }
+        for (const size_t index : account.streams) {
+            if (std::none_of(account.products.begin(), account.products.end(),
+                             [&](size_t product) { return HasStream(product, index); })) {
+                m_text.Complain(entry, "streams",
+                                CXString::Format("'%s' belongs to no product of the account",
+                                                 m_service.streams[index].id.GetData()));
+            }
+        }
         m_service.accounts.push_back(account);
+    }
+
+    bool HasStream(size_t product, size_t stream) const {
+        const std::vector<size_t>& streams = m_service.products[product].streams;
+        return std::find(streams.begin(), streams.end(), stream) != streams.end();
     }
 
     /// What can't ever be reached is a slip.
@@ -263,11 +275,10 @@ private:
         }
         for (size_t i = 0; i < m_service.streams.size(); ++i) {
             const VelPatchPublishStream& stream = m_service.streams[i];
-            const bool isUsed = std::any_of(m_service.products.begin(), m_service.products.end(),
-                                            [i](const VelPatchPublishProduct& product) {
-                                                return std::count(product.streams.begin(),
-                                                                  product.streams.end(), i) != 0;
-                                            });
+            bool isUsed = false;
+            for (size_t product = 0; product < m_service.products.size(); ++product) {
+                isUsed |= HasStream(product, i);
+            }
             if (!isUsed) {
                 m_text.Complain(stream.place, "no product has this stream");
             }

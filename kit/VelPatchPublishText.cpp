@@ -43,7 +43,7 @@ VelPatchPublishText::Entry VelPatchPublishText::MakeEntry(const Entry& parent, c
 
 VelPatchPublishText::Entry VelPatchPublishText::GetFolder(const Entry& parent, const char* key) {
     if (m_document.GetLine(parent.value, key) != 0) {
-        const Entry entry = MakeEntry(parent, CXString(key), parent.value->Get(key));
+        Entry entry = MakeEntry(parent, CXString(key), parent.value->Get(key));
         if (entry.IsFolder()) {
             return entry;
         }
@@ -84,7 +84,7 @@ CXString VelPatchPublishText::GetText(const Entry& parent, const char* key, bool
                  value->IsFolder() ? "must be a text, not a folder" : "must stand in quotes");
         return CXString();
     }
-    const CXString text = type == kDNTypeNone ? CXString() : value->GetString();
+    CXString text = type == kDNTypeNone ? CXString() : value->GetString();
     if (text.IsEmpty() && isRequired) {
         Complain(parent, key, CXString::Format("'%s' is missing", key));
     }

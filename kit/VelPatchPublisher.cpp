@@ -253,7 +253,7 @@ CXResult VelPatchPublisher::Write(bool prune, CXString& problem) {
                                                      address(patch.dataPath), patch.description);
         },
         [&](const CXString& reply) {
-            const CXString name = CXString::Format(
+            CXString name = CXString::Format(
                 "%s.txt", CXMD5::OfBlock(reply.GetData(), reply.GetLength()).GetData());
             replies[name] = reply;
             return name;

@@ -183,7 +183,7 @@ VelPatchPublisher::AddSource(const CXString& place, const CXString& path, const 
     Source source;
     if (!Digest(path, "reading", nullptr, source)) {
         if (!IsStopped()) {
-            Complain(place, CXString::Format("'%s' can't be read", path.GetData()));
+            Complain(place, CXString::Format("'%s' can't be read as a plain file", path.GetData()));
         }
         return nullptr;
     }

@@ -136,7 +136,19 @@ bool IsVolumeSet(const CXString& path) {
     return CXFileSystem::IsDirectory(path) || StartsAsVolume(path);
 }
 
-std::unique_ptr<CXStream> OpenDataFile(const CXString& path, CXString& problem) {
+const CXString& VelPatchDataFile::FindPlace(uint64_t offset, uint64_t& offsetInPiece) const {
+    const Piece* found = pieces.data();
+    for (const Piece& piece : pieces) {
+        if (piece.start <= offset) {
+            found = &piece;
+        }
+    }
+    offsetInPiece = offset - found->start + found->header;
+    return found->path;
+}
+
+VelPatchDataFile OpenDataFile(const CXString& path, CXString& problem) {
+    VelPatchDataFile data;
     if (!IsVolumeSet(path)) {
         auto file = std::make_unique<CXStreamFile>();
         file->SetOption(kCXStreamOptionReadBuffer, kReadBuffer);
@@ -144,23 +156,29 @@ std::unique_ptr<CXStream> OpenDataFile(const CXString& path, CXString& problem) 
         if (!file->IsOpen()) {
             problem = CXString::Format("'%s' can't be read (result %d)", path.GetData(),
                                        file->GetLastError());
-            return nullptr;
+            return data;
         }
-        return file;
+        data.pieces.push_back({path, 0, 0});
+        data.stream = std::move(file);
+        return data;
     }
     const CXString folder = CXFileSystem::IsDirectory(path) ? path : CXFileSystem::GetParent(path);
     auto whole = std::make_unique<CXStreamConcat>();
     PatchVolumeHeader header;
     header.count = 1;
+    uint64_t start = 0;
     for (uint32_t index = 0, count = 1; index < count; index++, count = header.count) {
-        std::unique_ptr<CXStreamFile> volume = OpenVolume(
-            CXFileSystem::Join(folder, GetVolumeName(index)), index, count, header, problem);
+        const CXString name = CXFileSystem::Join(folder, GetVolumeName(index));
+        std::unique_ptr<CXStreamFile> volume = OpenVolume(name, index, count, header, problem);
         if (!volume) {
-            return nullptr;
+            return data;
         }
+        data.pieces.push_back({name, start, volume->GetPosition()});
+        start += header.payloadSize;
         whole->Append(std::move(volume));
     }
-    return whole;
+    data.stream = std::move(whole);
+    return data;
 }
 
 CXResult SplitDataFile(const CXString& dataPath, const CXString& folder, uint64_t volumeSize,

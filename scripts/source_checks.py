@@ -92,8 +92,8 @@ def check_seam():
     """What belongs to one system stays in the files that are named after it."""
     complaints = []
     for path in code_files(["core", "runtime", "stream", "dn", "net", "patch", "ui", "app", "kit"]):
-        win32 = path.endswith("_win32.cpp") or path == "core/win32_api.h"
-        posix = path.endswith("_posix.cpp")
+        win32 = path.endswith(("_win32.cpp", "_win32.h")) or path == "core/win32_api.h"
+        posix = path.endswith(("_posix.cpp", "_posix.h"))
         backend = "backend" in path.lower()
         for number, line in enumerate(read(path).splitlines(), 1):
             where = f"{path}:{number}:"

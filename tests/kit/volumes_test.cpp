@@ -21,12 +21,18 @@ protected:
     }
     /// What OpenDataFile makes of a path; nothing if it refuses.
     std::optional<std::string> Read(const std::string& path) {
-        const std::unique_ptr<CXStream> data = OpenDataFile(m_folder.Path(path), m_problem);
-        if (!data) {
+        const VelPatchDataFile data = OpenDataFile(m_folder.Path(path), m_problem);
+        if (!data.stream) {
             return std::nullopt;
         }
-        std::string bytes(data->GetRemaining(), '\0');
-        EXPECT_EQ(data->Read(bytes.data(), bytes.size()), bytes.size());
+        std::string bytes(data.stream->GetRemaining(), '\0');
+        EXPECT_EQ(data.stream->Read(bytes.data(), bytes.size()), bytes.size());
+        // Each byte is where it is said to be.
+        for (size_t at = 0; at < bytes.size(); at += 1 + bytes.size() / 50) {
+            uint64_t offset = 0;
+            const CXString place = data.FindPlace(at, offset);
+            EXPECT_EQ(m_folder.ReadFile(place.GetData())[offset], bytes[at]) << at;
+        }
         return bytes;
     }
     std::string Assemble() const {
@@ -149,6 +155,12 @@ TEST_F(Volumes, NothingHalfWritten) {
         EXPECT_NE(result, kCXResultOK) << call;
         EXPECT_TRUE(m_folder.Tree("discs").empty()) << call;
     }
+    m_folder.Remove("discs");
+    EXPECT_EQ(SplitDataFile(
+                  m_folder.Path("data.bin"), m_folder.Path("discs"), 1025,
+                  [](double fraction) { return fraction < 0.5; }, m_volumes, m_problem),
+              kCXResultCancelled);
+    EXPECT_TRUE(m_folder.Tree("discs").empty()) << "stopped";
 }
 
 } // namespace

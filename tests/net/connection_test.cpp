@@ -1,4 +1,5 @@
 // Whole calls of the connection against a scripted server.
+#include "core/CXFileSystem.h"
 #include "core/CXTime.h"
 #include "net/CXAddressMask.h"
 #include "net/CXHTTPConnection.h"
@@ -88,6 +89,7 @@ TEST(HTTPConnection, StatusesAndAddressesHaveTheirResults) {
 }
 
 TEST(HTTPConnection, HttpsWithoutATrustFileTriesNoConnection) {
+    CXFileSystem::SetApplicationFolder(CXFileSystem::Join(CXFileSystem::GetTempPath(), "none"));
     ScriptedServer server({{kGood}});
     CXHTTPConnection connection;
     CXString text;
@@ -96,6 +98,7 @@ TEST(HTTPConnection, HttpsWithoutATrustFileTriesNoConnection) {
     const LogCapture log;
     EXPECT_EQ(connection.GetText(uri, &text), kCXResultFailed);
     EXPECT_EQ(server.CountConnections(), 0);
+    CXFileSystem::SetApplicationFolder(CXString());
 }
 
 TEST(HTTPConnection, ConnectionsAreKeptOnlyWhereTheReplySaysSo) {

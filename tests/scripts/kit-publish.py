@@ -6,6 +6,7 @@ import hashlib
 import http.client
 import os
 import pathlib
+import shlex
 import shutil
 import signal
 import socket
@@ -155,6 +156,23 @@ class Test:
         if got != wanted:
             self.failures += 1
             print(f"{what}: got {got!r}, wanted {wanted!r}")
+
+    def workers(self):
+        pid = self.server.pid
+        return pathlib.Path(f"/proc/{pid}/task/{pid}/children").read_text(encoding="utf-8").split()
+
+    def reload(self):
+        """Has nginx read its configuration again. For a moment old workers answer beside the new
+        ones, so it waits until none of the old is left."""
+        old = self.workers()
+        self.server.send_signal(signal.SIGHUP)
+        end = time.monotonic() + 60
+        while time.monotonic() < end:
+            now = self.workers()
+            if now and not set(old) & set(now):
+                return
+            time.sleep(0.02)
+        sys.exit("nginx never read its configuration again")
 
     def kit(self, *words, code=0):
         done = subprocess.run([KIT, "-q", *words], cwd=self.folder, capture_output=True,
@@ -334,11 +352,7 @@ def check_new_build(test, build1):
                       for name in ("build2", "build3"))
     test.stream_file(f"{ada}&stream=live&build={build2}&loc=US", "no-patches-available")
     test.stream_file(f"{ada}&stream=live&build=rowan-2&loc=US", "Installs 2")
-    test.server.send_signal(signal.SIGHUP)
-    for _ in range(500):
-        if "To 3" in test.ask("getstreamfile", f"{ada}&stream=live&build={build2}&loc=US"):
-            break
-        time.sleep(0.02)
+    test.reload()
     for build, wanted in ((build1, 'Brings ""you"" to 2; $x {\nsecond line'), (build2, "To 3"),
                           (build3, "no-patches-available"), ("rowan-2", "To 3"),
                           (escape(HOSTILE), "Hostile")):
@@ -378,6 +392,45 @@ def check_refusals(test):
     test.expect("modes", modes, {"nginx": 0o700, "velpatch-http.conf": 0o600})
 
 
+def check_hashed(test):
+    """The same logins, with digests in the server's hands."""
+    text = (test.folder / "service.txt").read_text(encoding="utf-8")
+    test.write("service.txt", "hash-passwords true\n" + text)
+    test.kit("publish", "service.txt", "out")
+    test.reload()
+    password = escape("p&w=+% é")
+    for login, wanted in ((f"u=ada&p={password}", None), (f"u=Ada&p={password}", "no-patch-streams"),
+                          (f"u=%61d%61&p={password}", None),
+                          (f"u={escape(HOSTILE)}&p={escape(HOSTILE)}", "no-products-owned"),
+                          (f"u=ADA&p={password}", "invalid-myrollstock-details"),
+                          (f"u=ada&p={escape(HOSTILE)}", "invalid-myrollstock-details"),
+                          ("u=none&p=", "login_details_not_received"),
+                          (f"u=&p={password}", "login_details_not_received"),
+                          ("u=none&p=x", "invalid-myrollstock-details")):
+        wanted = error(wanted) if wanted else 'good 1\nstream "live Live  ""Stream"" {};"\n' \
+            'default-stream "live"\n'
+        test.stream_check(login + "&id=works.rowan&iid=rowan-2", wanted)
+
+
+def check_document(test):
+    """The example of the document is a good service file, and its next build can be added."""
+    text = (pathlib.Path(__file__).resolve().parents[2] / "docs/service.md").read_text("utf-8")
+    build1 = hashlib.md5((test.folder / "build1/RSNE.exe").read_bytes()).hexdigest()
+    example = text.split("```\n")[1].replace("84f2bdcf4776e180b8b35c1764720c0a", build1)
+    test.write("doc/service.txt", example)
+    command = text.split("velpatch-kit publish service.txt site --add-build")[1].split("\n\n")[0]
+    for source, folder in (
+            ("p12", "patches/1.0-to-1.1"), ("p23", "patches/1.1-to-1.2"),
+            ("p13", "patches/1.0-to-1.2"), ("full", "installations/1.1"),
+            ("full3", "installations/1.2"), ("build2", "builds/1.1"), ("build3", "builds/1.2")):
+        shutil.copytree(test.folder / source, test.folder / "doc" / folder)
+    words = shlex.split(command.replace("\\\n", " "))
+    done = subprocess.run([KIT, "publish", "service.txt", "site", "--add-build", *words],
+                          cwd=test.folder / "doc", capture_output=True, text=True, check=False)
+    test.expect("docs/service.md", (done.returncode, "warning" in done.stderr.lower()), (0, False))
+    test.expect("its patches", "patches\t3\n" in done.stdout, True)
+
+
 def main():
     with tempfile.TemporaryDirectory() as name:
         test = Test(pathlib.Path(name).resolve())
@@ -400,6 +453,8 @@ def main():
             check_files(test, build1)
             check_new_build(test, build1)
             check_refusals(test)
+            check_hashed(test)
+            check_document(test)
         finally:
             test.stop()
         if test.failures:

@@ -25,6 +25,10 @@ echo 'set -eu; trap '"'"'echo "docs/studio.md, block of line $line: failed"'"'"'
 cat commands.sh >>all.sh
 bash all.sh >log 2>&1 </dev/null || { tail -30 log; exit 1; }
 
+# Links of the document lead to files.
+for link in $(grep -o '([a-z.-]*\.md)' "$root/docs/studio.md" | tr -d '()'); do
+    [ -e "$root/docs/$link" ] || { echo "docs/studio.md: no file $link"; exit 1; }
+done
 python3 - <<'END'
 import json
 patch = json.load(open("patch.json"))
@@ -50,7 +54,7 @@ python3 -c 'import json; assert not json.load(open("answer"))["good"]'
 cp out/patch-data.bin damaged.bin
 printf 'oops' | dd of=damaged.bin bs=1 seek=20000 conv=notrunc 2>/dev/null
 wrong inspect out/patch-control.txt damaged.bin
-grep -q "byte [0-9]* of the data file, byte [0-9]* inflated, operation [0-9]* (" words
+grep -q "byte [0-9]* of '.*/damaged.bin', byte [0-9]* inflated, operation [0-9]* (" words
 rm discs/patch-2.bin
 wrong join discs joined-2.bin
 grep -q "patch-2.bin" words

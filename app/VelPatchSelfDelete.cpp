@@ -1,0 +1,62 @@
+#include "app/VelPatchSelfDelete.h"
+
+#include "core/CXFileSystem.h"
+#include "core/CXText.h"
+
+#include <vector>
+
+namespace {
+
+bool IsSameName(absl::string_view a, absl::string_view b) {
+    return CXFileSystem::HasWindowsPaths() ? EqualsNoCase(a, b) : a == b;
+}
+
+/// A running program's own files can't be removed on Windows, and needn't wait elsewhere.
+void Remove(const CXString& path, bool isFolder) {
+    if (CXFileSystem::HasWindowsPaths()) {
+        CXFileSystem::DeleteAtReboot(path);
+    } else if (isFolder) {
+        CXFileSystem::DeleteDirectory(path);
+    } else {
+        CXFileSystem::DeleteFile(path);
+    }
+}
+
+std::vector<CXFileEntry> ListFolder(const CXString& folder) {
+    std::vector<CXFileEntry> entries;
+    CXFileSystem::Enumerate(folder, entries);
+    return entries;
+}
+
+} // namespace
+
+bool VelPatchSelfDelete::IsLibrary(absl::string_view name, bool isWindows) {
+    const CXString extension = CXFileSystem::GetExtension(name);
+    if (isWindows) {
+        return EqualsNoCase(extension, "dll");
+    }
+    return extension == "dll" || extension == "so" || name.find(".so.") != absl::string_view::npos;
+}
+
+bool VelPatchSelfDelete::Run(const CXString& program, const ShowBox& showBox) {
+    const CXString folder = CXFileSystem::GetParent(program);
+    const CXString programName = CXFileSystem::GetFileName(program);
+    const bool isWindows = CXFileSystem::HasWindowsPaths();
+    for (const CXFileEntry& entry : ListFolder(folder)) {
+        const bool isData = entry.isDirectory && IsSameName(entry.name, "data");
+        if (!isData && !IsSameName(entry.name, programName) && !IsLibrary(entry.name, isWindows) &&
+            entry.name.GetData()[0] != '.') {
+            showBox("Unexpected file in patch folder", CXFileSystem::Join(folder, entry.name));
+            return false;
+        }
+    }
+    CXFileSystem::DeleteRecursive(CXFileSystem::Join(folder, "data"));
+    for (const CXFileEntry& entry : ListFolder(folder)) {
+        if (!IsSameName(entry.name, programName) && IsLibrary(entry.name, isWindows)) {
+            Remove(CXFileSystem::Join(folder, entry.name), entry.isDirectory);
+        }
+    }
+    Remove(program, false);
+    Remove(folder, true);
+    return true;
+}
