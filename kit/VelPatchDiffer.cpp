@@ -1,5 +1,8 @@
 #include "kit/VelPatchDiffer.h"
 
+#include "kit/VelPatchDiffPrices.h"
+#include "kit/VelPatchGapFiller.h"
+
 #include <algorithm>
 #include <iterator>
 
@@ -20,9 +23,12 @@ constexpr Level kLevels[] = {
     {8, 1, 8, 1 << 16},
 };
 
-// What a piece must bring to be worth its own command, in bytes: a copy takes 5 and the next
-// replace 9, of which the compressor leaves about half, and literal bytes cost less than one each.
+// Seeds that grew into less are chance.
 constexpr uint64_t kLeastProfitable = 8;
+// The shortest run that is ever worth a command of its own, and how many runs there may be: one in
+// so many bytes.
+constexpr uint64_t kLeastRun = 3;
+constexpr uint64_t kRunShare = 24;
 
 } // namespace
 
@@ -31,7 +37,11 @@ std::vector<VelPatchMatch> VelPatchDiffer::FindMatches() {
     m_leastLength = kLeastProfitable;
     Align({0, m_old.size(), 0, m_new.size()}, 0);
     DropShort(kLeastProfitable);
-    return std::move(m_matches);
+    std::vector<VelPatchMatch> runs =
+        FillGaps(m_old, m_new, m_matches, kLeastRun, m_new.size() / kRunShare);
+    m_matches = std::vector<VelPatchMatch>();
+    KeepWorthyRuns(runs, m_new);
+    return runs;
 }
 
 void VelPatchDiffer::Align(Region region, size_t level) {

@@ -18,8 +18,9 @@
 class VelPatchDiffer {
 public:
     /// The ranges must outlive the object.
-    VelPatchDiffer(std::span<const uint8_t> oldBytes, std::span<const uint8_t> newBytes)
-        : m_old(oldBytes), m_new(newBytes) {}
+    VelPatchDiffer(std::span<const uint8_t> oldBytes, std::span<const uint8_t> newBytes,
+                   unsigned workers = 1)
+        : m_old(oldBytes), m_new(newBytes), m_workers(workers) {}
 
     /// The pieces that both share, rising and disjoint in both ranges, none of length 0.
     std::vector<VelPatchMatch> FindMatches();
@@ -41,6 +42,7 @@ private:
 
     std::span<const uint8_t> m_old;
     std::span<const uint8_t> m_new;
+    unsigned m_workers;
     std::vector<VelPatchMatch> m_matches;
     uint64_t m_leastLength = 0;
 };

@@ -10,6 +10,7 @@
 #include "kit/VelPatchKitCommands.h"
 #include "kit/VelPatchKitTools.h"
 #include "kit/VelPatchMaker.h"
+#include "kit/VelPatchParallel.h"
 #include "kit/VelPatchRunner.h"
 #include "net/CXURI.h"
 #include "patch/BinaryDiff.h"
@@ -118,22 +119,25 @@ int RunMake(const KitOptions& options, VelPatchConsole& console) {
 }
 
 int RunDiff(const KitOptions& options, VelPatchConsole& console) {
-    VelPatchFileDiff diff;
+    std::vector<uint8_t> oldBytes;
+    std::vector<uint8_t> newBytes;
     CXString problem;
     console.ShowProgress("comparing the files", -1);
-    if (diff.Make(TypedPath(options.oldFile), TypedPath(options.newFile), problem) != kCXResultOK) {
+    if (ReadFileToDiff(TypedPath(options.oldFile), oldBytes, problem) != kCXResultOK ||
+        ReadFileToDiff(TypedPath(options.newFile), newBytes, problem) != kCXResultOK) {
         console.Complain(problem);
         return kKitUsage;
     }
+    const std::vector<uint8_t> diff = MakeFileDiff(oldBytes, newBytes, GetProcessorCount());
     const CXString path = TypedPath(options.diffFile);
     const int code = WriteNewFile(path, console, [&](CXStreamFile& file) {
-        diff.Write(file);
+        file.Write(diff.data(), diff.size());
         return file.GetLastError();
     });
     if (code == kKitDone) {
         console.PutData("diff", path);
-        console.PutData("diff-bytes", diff.GetSize());
-        console.PutData("new-bytes", diff.GetNewSize());
+        console.PutData("diff-bytes", uint64_t{diff.size()});
+        console.PutData("new-bytes", uint64_t{newBytes.size()});
     }
     return code;
 }

@@ -2,53 +2,34 @@
 
 #include "core/CXFileSystem.h"
 #include "kit/VelPatchControlWriter.h"
-#include "kit/VelPatchCountingStream.h"
-#include "kit/VelPatchFileDiff.h"
-#include "patch/FileChecksum.h"
+#include "kit/VelPatchDataFile.h"
+#include "kit/VelPatchParallel.h"
+#include "kit/VelPatchRecordMaker.h"
 #include "stream/CXStreamFile.h"
-#include "stream/CXStreamProcessorWrapper.h"
-#include "stream/CXStreamStaticBuffer.h"
-#include "stream/CXStreamTools.h"
-#include "stream/StreamProcessorZLib.h"
+
+#include <algorithm>
+#include <atomic>
 
 namespace {
 
-constexpr int kDataLevel = 9;     // made once, fetched by every player
-constexpr int kEstimateLevel = 1; // both candidates lose alike
-constexpr uint64_t kDataWriteBuffer = 1 << 16;
+// Files are worked on side by side as long as they are small: memory stays below a bound that
+// doesn't depend on their number.
+constexpr uint64_t kMostBatchBytes = 12 << 20;
+// A created file of this size is not read into memory.
+constexpr uint64_t kStreamedSize = 4 << 20;
+constexpr size_t kPayloadPiece = 1 << 18;
 
-/// Fails with the stream's error, which may be missing after a short count.
-CXResult StreamFailure(const CXStream& stream) {
-    return CXResultCertainFailure(stream.GetLastError());
-}
-
-/// Bytes that `write` would add to the data file, about.
-uint64_t EstimateCompressed(const std::function<void(CXStream&)>& write) {
-    VelPatchCountingStream counter;
-    StreamProcessorZLibCompress compressor(kEstimateLevel);
-    CXStreamProcessorWrapper wrapper(compressor, nullptr, &counter);
-    write(wrapper);
-    wrapper.Close();
-    return counter.GetSize();
-}
-
-void WriteBytes(CXStream& output, const std::vector<uint8_t>& bytes) {
-    output.Write(bytes.data(), bytes.size());
-}
-
-/// A diff that is surely smaller needs no trial; else both forms are compressed.
-bool IsDiffSmaller(VelPatchFileDiff& diff) {
-    if (diff.GetSize() <= diff.GetNewSize() / 4) {
-        return true;
+/// Bytes that are in memory for an operation.
+uint64_t WeightOf(const VelPatchPlannedOperation& planned) {
+    uint64_t weight = planned.newSize;
+    for (const VelPatchSource& source : planned.sources) {
+        weight = std::max(weight, planned.newSize + source.size);
     }
-    const uint64_t asDiff = EstimateCompressed([&](CXStream& out) { diff.Write(out); });
-    const uint64_t asWhole =
-        EstimateCompressed([&](CXStream& out) { WriteBytes(out, diff.GetNewBytes()); });
-    return asDiff < asWhole;
+    return planned.HasRecord() ? weight : 0;
 }
 
-bool HasRecord(const PatchOperation& operation) {
-    return operation.command == COMMAND_CREATE_FILE || operation.command == COMMAND_EDIT_FILE;
+bool IsStreamed(const VelPatchPlannedOperation& planned) {
+    return planned.operation.command == COMMAND_CREATE_FILE && planned.newSize >= kStreamedSize;
 }
 
 } // namespace
@@ -85,6 +66,9 @@ CXResult VelPatchMaker::Run(CXString& problem) {
     if (result == kCXResultOK) {
         result = WriteControl(control, problem);
     }
+    if (result == kCXResultOK) {
+        result = CheckUnchanged(problem);
+    }
     if (result == kCXResultOK && m_options.check) {
         result = Check(control, data, problem);
     }
@@ -106,9 +90,9 @@ CXResult VelPatchMaker::Run(CXString& problem) {
 
 CXResult VelPatchMaker::Plan(CXString& problem) {
     Report("reading the folders", -1);
-    CXResult result = m_newTree.Scan(m_options.newFolder, problem);
+    CXResult result = m_newTree.Scan(m_options.newFolder, m_options.ignored, problem);
     if (result == kCXResultOK && !m_options.oldFolder.IsEmpty()) {
-        result = m_oldTree.Scan(m_options.oldFolder, problem);
+        result = m_oldTree.Scan(m_options.oldFolder, m_options.ignored, problem);
     }
     if (result != kCXResultOK) {
         return result;
@@ -121,8 +105,12 @@ CXResult VelPatchMaker::Plan(CXString& problem) {
             return kCXResultInvalidArgument;
         }
     }
-    if (!m_plan.Make(m_oldTree, m_newTree, problem)) {
-        return kCXResultUnusable;
+    const auto tick = [this](double fraction) {
+        Report("comparing the folders", fraction);
+        return !IsStopped();
+    };
+    if (!m_plan.Make(m_oldTree, m_newTree, m_options.workers, tick, problem)) {
+        return IsStopped() ? kCXResultCancelled : kCXResultUnusable;
     }
     m_operations = m_plan.GetOperations();
     if (m_operations.empty()) {
@@ -134,103 +122,148 @@ CXResult VelPatchMaker::Plan(CXString& problem) {
 }
 
 CXResult VelPatchMaker::WriteData(const CXString& path, CXString& problem) {
-    CXStreamFile file;
-    file.Open(path, kOpenRead | kOpenWrite | kOpenCreate | kOpenTruncate);
-    if (!file.IsOpen()) {
-        problem =
-            CXString::Format("'%s' can't be made (result %d)", path.GetData(), file.GetLastError());
-        return StreamFailure(file);
+    VelPatchDataFile data;
+    CXResult result = data.Open(path, m_options.level, m_options.workers);
+    if (result != kCXResultOK) {
+        problem = CXString::Format("'%s' can't be made (result %d)", path.GetData(), result);
+        return result;
     }
-    file.SetOption(kCXStreamOptionWriteBuffer, kDataWriteBuffer);
-    StreamProcessorZLibCompress compressor(kDataLevel);
-    CXStreamProcessorWrapper data(compressor, nullptr, &file);
-    uint64_t total = 1;
+    const CXResult written = WriteRecords(data, problem);
+    result = data.Close();
+    if (written != kCXResultOK) {
+        return written;
+    }
+    if (result != kCXResultOK) {
+        problem = CXString::Format("'%s' can't be written (result %d)", path.GetData(), result);
+        return result;
+    }
+    m_dataSize = data.GetSize();
+    m_rawSize = data.GetRawSize();
+    m_dataChecksum = data.GetChecksum();
+    return kCXResultOK;
+}
+
+CXResult VelPatchMaker::WriteRecords(VelPatchDataFile& data, CXString& problem) {
+    m_doneSize = 0;
+    m_totalSize = 0;
     for (const VelPatchPlannedOperation& planned : m_operations) {
-        total += HasRecord(planned.operation) ? planned.newSize + 1 : 0;
+        m_totalSize += planned.HasRecord() ? planned.newSize + 1 : 0;
     }
-    uint64_t done = 0;
-    for (VelPatchPlannedOperation& planned : m_operations) {
+    for (size_t start = 0; start < m_operations.size();) {
+        const size_t end = EndOfBatch(start);
+        ReportData();
+        const CXResult result = IsStreamed(m_operations[start])
+                                    ? WritePayload(data, m_operations[start], problem)
+                                    : WriteBatch(data, start, end, problem);
+        if (result != kCXResultOK) {
+            return result;
+        }
+        start = end;
+    }
+    return kCXResultOK;
+}
+
+void VelPatchMaker::ReportData() const {
+    Report("making the patch", m_totalSize == 0 ? 1.0
+                                                : static_cast<double>(m_doneSize) /
+                                                      static_cast<double>(m_totalSize));
+}
+
+size_t VelPatchMaker::EndOfBatch(size_t start) const {
+    uint64_t weight = 0;
+    size_t end = start;
+    for (; end < m_operations.size(); end++) {
+        weight += WeightOf(m_operations[end]);
+        if (end > start && (weight > kMostBatchBytes || IsStreamed(m_operations[end]))) {
+            break;
+        }
+        if (IsStreamed(m_operations[end])) {
+            return end + 1;
+        }
+    }
+    return end;
+}
+
+CXResult VelPatchMaker::WriteBatch(VelPatchDataFile& data, size_t start, size_t end,
+                                   CXString& problem) {
+    std::vector<VelPatchRecord> records(end - start);
+    std::atomic<uint64_t> done{m_doneSize};
+    const bool isAlone = end - start == 1;
+    const auto make = [&](size_t i) {
+        VelPatchPlannedOperation& planned = m_operations[start + i];
+        if (planned.HasRecord()) {
+            records[i] = MakeRecord(planned, isAlone ? m_options.workers : 1);
+            done += planned.newSize + 1;
+        }
+    };
+    const bool isComplete = RunParallel(records.size(), m_options.workers, make, [&](size_t) {
+        m_doneSize = done;
+        ReportData();
+        return !IsStopped();
+    });
+    m_doneSize = done;
+    if (!isComplete) {
+        problem = "stopped";
+        return kCXResultCancelled;
+    }
+    for (size_t i = 0; i < records.size(); i++) {
+        if (!m_operations[start + i].HasRecord()) {
+            continue;
+        }
+        if (records[i].result != kCXResultOK) {
+            problem = records[i].problem;
+            return records[i].result;
+        }
+        data.AppendU64(records[i].bytes.size());
+        data.Append(records[i].bytes);
+        data.AppendString(m_operations[start + i].operation.destinationChecksum);
+        records[i].bytes = std::vector<uint8_t>();
+    }
+    return kCXResultOK;
+}
+
+CXResult VelPatchMaker::WritePayload(VelPatchDataFile& data, VelPatchPlannedOperation& planned,
+                                     CXString& problem) {
+    CXStreamFile file;
+    file.Open(planned.newFile, kOpenRead);
+    data.AppendU64(planned.newSize);
+    CXMD5 digest;
+    uint64_t left = planned.newSize;
+    std::vector<uint8_t> piece(kPayloadPiece);
+    while (left > 0 && file.IsOpen()) {
+        const uint64_t wanted = std::min<uint64_t>(left, piece.size());
+        if (file.Read(piece.data(), wanted) != wanted) {
+            break;
+        }
+        digest.Update(piece.data(), static_cast<size_t>(wanted));
+        data.Append(std::span<const uint8_t>(piece).first(static_cast<size_t>(wanted)));
+        left -= wanted;
+        m_doneSize += wanted;
+        ReportData();
         if (IsStopped()) {
             problem = "stopped";
             return kCXResultCancelled;
         }
-        if (!HasRecord(planned.operation)) {
-            continue;
-        }
-        Report("writing the patch", static_cast<double>(done) / static_cast<double>(total));
-        const CXResult result = WriteRecord(data, planned, problem);
-        if (result != kCXResultOK) {
-            return result;
-        }
-        done += planned.newSize + 1;
     }
-    data.Close();
-    file.SetError(data.GetLastError());
-    file.Flush();
-    m_dataSize = file.GetSize();
-    file.Close();
-    if (file.GetLastError() != kCXResultOK) {
-        problem = CXString::Format("'%s' can't be written (result %d)", path.GetData(),
-                                   file.GetLastError());
-        return file.GetLastError();
-    }
-    const CXResult result = MD5OfFile(path, m_dataChecksum);
-    if (result != kCXResultOK) {
-        problem = CXString::Format("'%s' can't be read back (result %d)", path.GetData(), result);
-    }
-    return result;
-}
-
-CXResult VelPatchMaker::WriteRecord(CXStream& data, VelPatchPlannedOperation& planned,
-                                    CXString& problem) {
-    PatchOperation& operation = planned.operation;
-    if (operation.command == COMMAND_CREATE_FILE) {
-        return WritePayload(data, planned, problem);
-    }
-    VelPatchFileDiff diff;
-    const CXResult result = diff.Make(planned.oldFile, planned.newFile, problem);
-    if (result != kCXResultOK) {
-        return result;
-    }
-    if (IsDiffSmaller(diff)) {
-        data.WriteU64(diff.GetSize());
-        diff.Write(data);
-    } else {
-        operation.command = COMMAND_CREATE_FILE;
-        if (operation.sourcePath == operation.destinationPath) {
-            operation.flags |= kPatchFlagMayReplace;
-        } else {
-            operation.sourcePath.Clear();
-            operation.sourceChecksum.Clear();
-        }
-        data.WriteU64(diff.GetNewSize());
-        WriteBytes(data, diff.GetNewBytes());
-    }
-    WriteStreamString(data, operation.destinationChecksum);
-    if (data.GetLastError() != kCXResultOK) {
-        problem =
-            CXString::Format("the data file can't be written (result %d)", data.GetLastError());
-    }
-    return data.GetLastError();
-}
-
-CXResult VelPatchMaker::WritePayload(CXStream& data, const VelPatchPlannedOperation& planned,
-                                     CXString& problem) {
-    CXStreamFile file;
-    file.Open(planned.newFile, kOpenRead);
-    if (!file.IsOpen() || file.GetSize() != planned.newSize) {
-        problem = CXString::Format("'%s' has changed or can't be read (result %d)",
+    if (left > 0) {
+        problem = CXString::Format("'%s' can't be read to its end (result %d)",
                                    planned.newFile.GetData(), file.GetLastError());
-        return StreamFailure(file);
+        return CXResultCertainFailure(file.GetLastError());
     }
-    data.WriteU64(planned.newSize);
-    const CXResult result = CXStream::Copy(data, file, planned.newSize);
-    WriteStreamString(data, planned.operation.destinationChecksum);
-    if (result != kCXResultOK || data.GetLastError() != kCXResultOK) {
-        problem = CXString::Format("'%s' can't be put into the data file (result %d)",
-                                   planned.newFile.GetData(),
-                                   result != kCXResultOK ? result : data.GetLastError());
-        return CXResultCertainFailure(result != kCXResultOK ? result : data.GetLastError());
+    m_doneSize++;
+    planned.operation.destinationChecksum = digest.FinishHex();
+    data.AppendString(planned.operation.destinationChecksum);
+    return kCXResultOK;
+}
+
+CXResult VelPatchMaker::CheckUnchanged(CXString& problem) const {
+    for (const VelPatchTree* tree : {&m_oldTree, &m_newTree}) {
+        const CXString changed = tree->FindChanged();
+        if (!changed.IsEmpty()) {
+            problem =
+                CXString::Format("'%s' has changed while the patch was made", changed.GetData());
+            return kCXResultFailed;
+        }
     }
     return kCXResultOK;
 }
@@ -264,6 +297,10 @@ void VelPatchMaker::Count() {
     m_summary = VelPatchSummary();
     m_summary.newSize = m_newTree.GetTotalSize();
     m_summary.dataSize = m_dataSize;
+    m_summary.rawSize = m_rawSize;
+    CXFileAttributes attributes;
+    CXFileSystem::GetAttributes(GetControlPath(), true, attributes);
+    m_summary.controlSize = attributes.size;
     for (const VelPatchPlannedOperation& planned : m_operations) {
         switch (planned.operation.command) {
         case COMMAND_CREATE_FILE:

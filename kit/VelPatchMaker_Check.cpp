@@ -103,9 +103,9 @@ CXResult VelPatchMaker::CompareTarget(const CXString& target, CXString& problem)
             return kCXResultFailed;
         }
         const VelPatchTreeEntry& expected = newEntries[at->second];
-        // A folder of the usual mode is left to the user's own mask.
-        const bool isModeRight = entries[i].mode == expected.mode ||
-                                 (expected.isFolder && expected.mode == kUsualFolderMode);
+        // What has the usual mode is left to the user's own mask.
+        const uint32_t usual = expected.isFolder ? kUsualFolderMode : kUsualFileMode;
+        const bool isModeRight = entries[i].mode == expected.mode || expected.mode == usual;
         if (entries[i].isFolder != expected.isFolder || entries[i].size != expected.size ||
             !isModeRight ||
             (!expected.isFolder && result.GetChecksum(i) != m_newTree.GetChecksum(at->second))) {

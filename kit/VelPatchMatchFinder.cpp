@@ -23,6 +23,16 @@ uint64_t Load64(const uint8_t* bytes) {
 
 uint64_t HashSeed(const uint8_t* bytes, uint32_t length) {
     constexpr uint64_t kOdd = 0x9E3779B97F4A7C15ULL;
+    if (length < 8) {
+        uint32_t word;
+        std::memcpy(&word, bytes, sizeof word);
+        uint64_t hash = word;
+        for (uint32_t at = 4; at < length; at++) {
+            hash = hash << 8 | bytes[at];
+        }
+        hash *= kOdd;
+        return hash ^ (hash >> 32);
+    }
     uint64_t hash = Load64(bytes) * kOdd;
     for (uint32_t at = 8; at < length; at += 8) {
         hash = (std::rotl(hash, 29) ^ Load64(bytes + at)) * kOdd;
