@@ -11,9 +11,9 @@ constexpr uint32_t kLeastMatch = 3;
 constexpr uint32_t kMostMatch = 258;
 constexpr int32_t kNowhere = INT32_MIN / 2;
 constexpr int kHashBits = 15;
-constexpr int kSearchDepth = 192;
+constexpr int kSearchDepth = 128;
 constexpr uint32_t kMostMatchesKept = 24; // per position
-constexpr int kRounds = 4;                // of parsing a block with its own prices
+constexpr int kRounds = 2;                // of parsing a block with its own prices
 constexpr uint32_t kPriceUnit = 16;
 // Block borders stand at multiples of this many bytes; more would cost time, fewer size.
 constexpr uint32_t kBorderStep = 4096;

@@ -122,6 +122,7 @@ bool VelPatchInspector::ReadRecord(VelPatchInflateStream& stream, size_t index) 
         return false;
     }
     cost.storedBytes = stream.GetInputOffset() - fileStart;
+    cost.checksum = stated;
     cost.isRead = true;
     return true;
 }

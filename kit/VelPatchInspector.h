@@ -20,6 +20,7 @@ struct VelPatchOperationCost {
     uint64_t literalBytes = 0; ///< of those, carried in the data file
     uint64_t oldBytes = 0;     ///< of the old file that the diff runs over: it can't be shorter
     uint64_t storedBytes = 0;  ///< of the compressed data file
+    CXString checksum;         ///< of the finished file, as the record states it
     bool isRead = false;       ///< all above come from the operation's record
 };
 

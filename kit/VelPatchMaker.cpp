@@ -2,7 +2,7 @@
 
 #include "core/CXFileSystem.h"
 #include "kit/VelPatchControlWriter.h"
-#include "kit/VelPatchDataFile.h"
+#include "kit/VelPatchDataWriter.h"
 #include "kit/VelPatchParallel.h"
 #include "kit/VelPatchRecordMaker.h"
 #include "stream/CXStreamFile.h"
@@ -42,9 +42,9 @@ CXString VelPatchMaker::GetDataPath() const {
     return CXFileSystem::Join(m_options.outFolder, kPatchDataName);
 }
 
-void VelPatchMaker::Report(const char* text, double fraction) const {
+void VelPatchMaker::Report(const char* text, double fraction, uint64_t bytes) const {
     if (m_progress) {
-        m_progress(text, fraction);
+        m_progress(text, fraction, bytes);
     }
 }
 
@@ -122,7 +122,7 @@ CXResult VelPatchMaker::Plan(CXString& problem) {
 }
 
 CXResult VelPatchMaker::WriteData(const CXString& path, CXString& problem) {
-    VelPatchDataFile data;
+    VelPatchDataWriter data;
     CXResult result = data.Open(path, m_options.level, m_options.workers);
     if (result != kCXResultOK) {
         problem = CXString::Format("'%s' can't be made (result %d)", path.GetData(), result);
@@ -143,7 +143,7 @@ CXResult VelPatchMaker::WriteData(const CXString& path, CXString& problem) {
     return kCXResultOK;
 }
 
-CXResult VelPatchMaker::WriteRecords(VelPatchDataFile& data, CXString& problem) {
+CXResult VelPatchMaker::WriteRecords(VelPatchDataWriter& data, CXString& problem) {
     m_doneSize = 0;
     m_totalSize = 0;
     for (const VelPatchPlannedOperation& planned : m_operations) {
@@ -164,9 +164,8 @@ CXResult VelPatchMaker::WriteRecords(VelPatchDataFile& data, CXString& problem) 
 }
 
 void VelPatchMaker::ReportData() const {
-    Report("making the patch", m_totalSize == 0 ? 1.0
-                                                : static_cast<double>(m_doneSize) /
-                                                      static_cast<double>(m_totalSize));
+    const auto total = static_cast<double>(std::max<uint64_t>(m_totalSize, 1));
+    Report("making the patch", static_cast<double>(m_doneSize) / total, m_doneSize);
 }
 
 size_t VelPatchMaker::EndOfBatch(size_t start) const {
@@ -184,7 +183,7 @@ size_t VelPatchMaker::EndOfBatch(size_t start) const {
     return end;
 }
 
-CXResult VelPatchMaker::WriteBatch(VelPatchDataFile& data, size_t start, size_t end,
+CXResult VelPatchMaker::WriteBatch(VelPatchDataWriter& data, size_t start, size_t end,
                                    CXString& problem) {
     std::vector<VelPatchRecord> records(end - start);
     std::atomic<uint64_t> done{m_doneSize};
@@ -222,7 +221,7 @@ CXResult VelPatchMaker::WriteBatch(VelPatchDataFile& data, size_t start, size_t 
     return kCXResultOK;
 }
 
-CXResult VelPatchMaker::WritePayload(VelPatchDataFile& data, VelPatchPlannedOperation& planned,
+CXResult VelPatchMaker::WritePayload(VelPatchDataWriter& data, VelPatchPlannedOperation& planned,
                                      CXString& problem) {
     CXStreamFile file;
     file.Open(planned.newFile, kOpenRead);

@@ -10,7 +10,7 @@
 #include <functional>
 #include <vector>
 
-class VelPatchDataFile;
+class VelPatchDataWriter;
 
 /// Names of the two files in the folder that receives a patch.
 inline constexpr const char* kPatchControlName = "patch-control.txt";
@@ -42,8 +42,9 @@ public:
         int level = 9;                 ///< of compression, 1 to 9
         unsigned workers = 1;          ///< threads; the patch is the same with any number
     };
-    /// What is being done, and how far it is (0 to 1, below 0: not known).
-    using Progress = std::function<void(const CXString& text, double fraction)>;
+    /// What is being done, how far it is (0 to 1, below 0: not known), and the bytes behind it (0:
+    /// not known).
+    using Progress = std::function<void(const CXString& text, double fraction, uint64_t bytes)>;
 
     explicit VelPatchMaker(const Options& options) : m_options(options) {}
     void SetProgress(Progress progress) { m_progress = std::move(progress); }
@@ -62,10 +63,10 @@ public:
 private:
     CXResult Plan(CXString& problem);
     CXResult WriteData(const CXString& path, CXString& problem);
-    CXResult WriteRecords(VelPatchDataFile& data, CXString& problem);
+    CXResult WriteRecords(VelPatchDataWriter& data, CXString& problem);
     size_t EndOfBatch(size_t start) const;
-    CXResult WriteBatch(VelPatchDataFile& data, size_t start, size_t end, CXString& problem);
-    CXResult WritePayload(VelPatchDataFile& data, VelPatchPlannedOperation& planned,
+    CXResult WriteBatch(VelPatchDataWriter& data, size_t start, size_t end, CXString& problem);
+    CXResult WritePayload(VelPatchDataWriter& data, VelPatchPlannedOperation& planned,
                           CXString& problem);
     CXResult CheckUnchanged(CXString& problem) const;
     CXResult WriteControl(const CXString& path, CXString& problem);
@@ -73,7 +74,7 @@ private:
     CXResult CompareTarget(const CXString& target, CXString& problem);
     CXResult Publish(const CXString& temporary, const CXString& path, CXString& problem);
     void Count();
-    void Report(const char* text, double fraction) const;
+    void Report(const char* text, double fraction, uint64_t bytes = 0) const;
     void ReportData() const;
     bool IsStopped() const { return m_isStopped && m_isStopped(); }
 

@@ -107,6 +107,9 @@ inline constexpr uint32_t kUIDlgStatic = 0x100;
 /// want arrows, buttons and check boxes say that they are buttons, the rest is static. Nobody
 /// wants Tab or all keys, so that the whole window works by keyboard.
 uint32_t UIStandardDlgCode(UIKind kind);
+/// Whether two menu bars differ in the items' texts and states alone, so that what is on the screen
+/// can be brought up to date in place.
+bool UISameMenuShape(const std::vector<UIMenu>& one, const std::vector<UIMenu>& other);
 /// Whether controls of this kind take the focus (when shown and enabled).
 bool UIKindIsFocusable(UIKind kind);
 

@@ -9,16 +9,6 @@ int Pixels(int32_t logical) {
     return static_cast<int>(std::lround(logical * UIBackendGtk::GetScale()));
 }
 
-bool SameShape(const std::vector<UIMenu>& one, const std::vector<UIMenu>& other) {
-    return std::equal(
-        one.begin(), one.end(), other.begin(), other.end(), [](const UIMenu& a, const UIMenu& b) {
-            return std::equal(a.items.begin(), a.items.end(), b.items.begin(), b.items.end(),
-                              [](const UIMenuItem& x, const UIMenuItem& y) {
-                                  return x.command == y.command && x.shortcut == y.shortcut;
-                              });
-        });
-}
-
 /// GDK's number of a menu's shortcut key.
 guint KeyValue(uint32_t shortcut) {
     const uint32_t code = shortcut & 0xffff;
@@ -228,15 +218,12 @@ void UIPeerGtkWindow::SetMenus(const std::vector<UIMenu>& menus) {
 }
 
 bool UIPeerGtkWindow::UpdateMenus(const std::vector<UIMenu>& menus) {
-    if (m_menuBar == nullptr || !SameShape(menus, m_menus)) {
+    if (m_menuBar == nullptr || !UISameMenuShape(menus, m_menus)) {
         return false;
     }
     size_t next = 0;
-    for (size_t i = 0; i < menus.size(); ++i) {
-        if (menus[i].text != m_menus[i].text) {
-            return false;
-        }
-        for (const UIMenuItem& item : menus[i].items) {
+    for (const UIMenu& menu : menus) {
+        for (const UIMenuItem& item : menu.items) {
             GtkWidget* widget = m_menuEntries[next++]->widget;
             GTK::gtk_menu_item_set_label(reinterpret_cast<GtkMenuItem*>(widget),
                                          item.text.GetData());

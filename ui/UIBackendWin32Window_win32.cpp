@@ -58,17 +58,6 @@ std::wstring MenuText(const UIMenuItem& item) {
     return text;
 }
 
-bool SameShape(const std::vector<UIMenu>& one, const std::vector<UIMenu>& other) {
-    return std::equal(
-        one.begin(), one.end(), other.begin(), other.end(), [](const UIMenu& a, const UIMenu& b) {
-            return a.text == b.text &&
-                   std::equal(a.items.begin(), a.items.end(), b.items.begin(), b.items.end(),
-                              [](const UIMenuItem& x, const UIMenuItem& y) {
-                                  return x.command == y.command;
-                              });
-        });
-}
-
 } // namespace
 
 void UIPeerWin32Window::RegisterClass() {
@@ -432,7 +421,7 @@ void UIPeerWin32Window::SetMenus(const std::vector<UIMenu>& menus) {
 
 bool UIPeerWin32Window::UpdateMenus(const std::vector<UIMenu>& menus) {
     const HMENU bar = GetMenu(m_handle);
-    if (bar == nullptr || !SameShape(menus, m_menus)) {
+    if (bar == nullptr || !UISameMenuShape(menus, m_menus)) {
         return false;
     }
     UINT number = 0;

@@ -10,7 +10,7 @@
 #include <cstdint>
 #include <vector>
 
-/// One reading of one text: Microsoft, "Rich Text Format (RTF) Specification", 1.9.1, of which it
+/// One reading of one text: Rich Text Format (RTF), version 1.9.1, of which it
 /// takes letters, their styles, paragraphs with alignment and indents, and the plain text of lists
 /// and fields. Nesting costs memory, not stack, and only to a bound. Made for one Read.
 class UIRichTextReader {

@@ -157,6 +157,23 @@ class Test:
             self.failures += 1
             print(f"{what}: got {got!r}, wanted {wanted!r}")
 
+    def workers(self):
+        pid = self.server.pid
+        return pathlib.Path(f"/proc/{pid}/task/{pid}/children").read_text(encoding="utf-8").split()
+
+    def reload(self):
+        """Has nginx read its configuration again. For a moment old workers answer beside the new
+        ones, so it waits until none of the old is left."""
+        old = self.workers()
+        self.server.send_signal(signal.SIGHUP)
+        end = time.monotonic() + 60
+        while time.monotonic() < end:
+            now = self.workers()
+            if now and not set(old) & set(now):
+                return
+            time.sleep(0.02)
+        sys.exit("nginx never read its configuration again")
+
     def kit(self, *words, code=0):
         done = subprocess.run([KIT, "-q", *words], cwd=self.folder, capture_output=True,
                               timeout=120, check=False)
@@ -335,11 +352,7 @@ def check_new_build(test, build1):
                       for name in ("build2", "build3"))
     test.stream_file(f"{ada}&stream=live&build={build2}&loc=US", "no-patches-available")
     test.stream_file(f"{ada}&stream=live&build=rowan-2&loc=US", "Installs 2")
-    test.server.send_signal(signal.SIGHUP)
-    for _ in range(500):
-        if "To 3" in test.ask("getstreamfile", f"{ada}&stream=live&build={build2}&loc=US"):
-            break
-        time.sleep(0.02)
+    test.reload()
     for build, wanted in ((build1, 'Brings ""you"" to 2; $x {\nsecond line'), (build2, "To 3"),
                           (build3, "no-patches-available"), ("rowan-2", "To 3"),
                           (escape(HOSTILE), "Hostile")):
@@ -384,12 +397,7 @@ def check_hashed(test):
     text = (test.folder / "service.txt").read_text(encoding="utf-8")
     test.write("service.txt", "hash-passwords true\n" + text)
     test.kit("publish", "service.txt", "out")
-    test.server.send_signal(signal.SIGHUP)
-    other = f"u=ada&p={escape('p&w=+% é', '%%%02X')}&id=works.rowan&iid=x"
-    for _ in range(500):
-        if "invalid" in test.ask("rollstockstreamcheck", other):
-            break
-        time.sleep(0.02)
+    test.reload()
     password = escape("p&w=+% é")
     for login, wanted in ((f"u=ada&p={password}", None), (f"u=Ada&p={password}", "no-patch-streams"),
                           (f"u=%61d%61&p={password}", None),

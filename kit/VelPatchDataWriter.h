@@ -15,10 +15,10 @@
 /// front of it as its window, and joined on byte boundaries: the same bytes give the same file
 /// whatever the number of threads. Level 9 takes VelPatchDeflater, the lower ones zlib's own
 /// deflate. Memory: some 2 MiB plus 20 MiB per thread. One thread may call it.
-class VelPatchDataFile {
+class VelPatchDataWriter {
 public:
-    VelPatchDataFile();
-    ~VelPatchDataFile();
+    VelPatchDataWriter();
+    ~VelPatchDataWriter();
     /// Begins the file. `level` is 1 to 9, `workers` at least 1.
     CXResult Open(const CXString& path, int level, unsigned workers);
     void Append(std::span<const uint8_t> bytes);

@@ -1,4 +1,4 @@
-#include "kit/VelPatchDataFile.h"
+#include "kit/VelPatchDataWriter.h"
 
 #include "core/CXLock.h"
 #include "kit/VelPatchDeflater.h"
@@ -41,7 +41,7 @@ void DeflatePiece(std::span<const uint8_t> bytes, size_t windowSize, bool isLast
 } // namespace
 
 /// Deflaters that threads borrow.
-class VelPatchDataFile::Pool {
+class VelPatchDataWriter::Pool {
 public:
     std::unique_ptr<VelPatchDeflater> Take() {
         CXCriticalSectionGuard guard(m_lock);
@@ -62,10 +62,10 @@ private:
     std::vector<std::unique_ptr<VelPatchDeflater>> m_free;
 };
 
-VelPatchDataFile::VelPatchDataFile() : m_pool(std::make_unique<Pool>()) {}
-VelPatchDataFile::~VelPatchDataFile() = default;
+VelPatchDataWriter::VelPatchDataWriter() : m_pool(std::make_unique<Pool>()) {}
+VelPatchDataWriter::~VelPatchDataWriter() = default;
 
-CXResult VelPatchDataFile::Open(const CXString& path, int level, unsigned workers) {
+CXResult VelPatchDataWriter::Open(const CXString& path, int level, unsigned workers) {
     m_level = level;
     m_workers = std::max(1U, workers);
     m_file.Open(path, kOpenRead | kOpenWrite | kOpenCreate | kOpenTruncate);
@@ -80,13 +80,13 @@ CXResult VelPatchDataFile::Open(const CXString& path, int level, unsigned worker
     return kCXResultOK;
 }
 
-void VelPatchDataFile::WriteOut(std::span<const uint8_t> bytes) {
+void VelPatchDataWriter::WriteOut(std::span<const uint8_t> bytes) {
     m_digest.Update(bytes.data(), bytes.size());
     m_file.Write(bytes.data(), bytes.size());
     m_size += bytes.size();
 }
 
-void VelPatchDataFile::Append(std::span<const uint8_t> bytes) {
+void VelPatchDataWriter::Append(std::span<const uint8_t> bytes) {
     constexpr size_t kBatch = kPiecesAtOnce * VelPatchDeflater::kMaxPiece;
     m_rawSize += bytes.size();
     while (!bytes.empty()) {
@@ -103,7 +103,7 @@ void VelPatchDataFile::Append(std::span<const uint8_t> bytes) {
     }
 }
 
-void VelPatchDataFile::AppendU64(uint64_t number) {
+void VelPatchDataWriter::AppendU64(uint64_t number) {
     uint8_t bytes[8];
     for (int i = 0; i < 8; i++) {
         bytes[i] = static_cast<uint8_t>(number >> (56 - 8 * i));
@@ -111,7 +111,7 @@ void VelPatchDataFile::AppendU64(uint64_t number) {
     Append(bytes);
 }
 
-void VelPatchDataFile::AppendString(const CXString& text) {
+void VelPatchDataWriter::AppendString(const CXString& text) {
     const size_t length = text.GetLength();
     std::vector<uint8_t> bytes = {static_cast<uint8_t>(std::min(length, kLongString))};
     if (length >= kLongString) {
@@ -123,7 +123,7 @@ void VelPatchDataFile::AppendString(const CXString& text) {
     Append(bytes);
 }
 
-void VelPatchDataFile::Compress(bool isLast) {
+void VelPatchDataWriter::Compress(bool isLast) {
     constexpr size_t kPiece = VelPatchDeflater::kMaxPiece;
     const size_t total = m_pending.size() - m_windowSize;
     const size_t count = std::max<size_t>(1, (total + kPiece - 1) / kPiece);
@@ -158,7 +158,7 @@ void VelPatchDataFile::Compress(bool isLast) {
     m_windowSize = kept;
 }
 
-CXResult VelPatchDataFile::Close() {
+CXResult VelPatchDataWriter::Close() {
     Compress(true);
     uint8_t check[4];
     for (int i = 0; i < 4; i++) {
