@@ -86,23 +86,13 @@ CXString KeyOf(size_t index) {
     return key.ToString();
 }
 
-/// The checksum of the finished file is for a path where something else may stand, and so may be
-/// the work of an earlier run. A create never takes such a file for its own, and the file that an
-/// operation in place works on is the one that `source-checksum` tells.
-bool NeedsDestinationChecksum(const PatchOperation& operation) {
-    return operation.command != COMMAND_CREATE_FILE &&
-           operation.sourcePath != operation.destinationPath;
-}
-
 void WriteOperation(ControlText& text, const PatchOperation& operation) {
     text.Put("command", PatchCommandWord(operation.command));
     text.PutUnlessEmpty("source-filepath", operation.sourcePath);
     text.PutChecksum("source-checksum", operation.sourceChecksum);
     text.PutUnlessEmpty("destination-filepath", operation.destinationPath);
     text.PutUnlessEmpty("destination-permissions", operation.destinationPermissions);
-    if (NeedsDestinationChecksum(operation)) {
-        text.PutChecksum("destination-checksum", operation.destinationChecksum);
-    }
+    text.PutChecksum("destination-checksum", operation.destinationChecksum);
     if (operation.estimatedEffort != 0) {
         text.PutNumber("estimated-effort", operation.estimatedEffort);
     }

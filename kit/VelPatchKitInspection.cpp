@@ -250,19 +250,12 @@ CXString MakeVerifyJson(const VelPatchVerifier& verifier, bool after) {
 /// from the data file; without it the files can only be looked for.
 int CompleteChecksums(const InspectionOptions& options, VelPatchConsole& console,
                       PatchControl& control) {
-    const bool isComplete =
-        std::none_of(control.operations.begin(), control.operations.end(),
-                     [](const PatchOperation& operation) {
-                         return (operation.command == COMMAND_CREATE_FILE ||
-                                 operation.command == COMMAND_EDIT_FILE) &&
-                                operation.destinationChecksum.IsEmpty();
-                     });
     const CXString path =
         options.data.empty()
             ? CXFileSystem::Join(CXFileSystem::GetParent(TypedPath(options.control)),
                                  kPatchDataName)
             : TypedPath(options.data);
-    if (isComplete) {
+    if (!LacksRecordChecksums(control)) {
         return kKitDone;
     }
     if (options.data.empty() && !CXFileSystem::Exists(path)) {
@@ -276,12 +269,10 @@ int CompleteChecksums(const InspectionOptions& options, VelPatchConsole& console
         console.Complain(problem);
         return kKitUsage;
     }
-    VelPatchInspector inspector(control);
-    inspector.SetProgress([&console](double fraction) {
+    const CXResult result = TakeRecordChecksums(control, *data.stream, [&](double fraction) {
         console.ShowProgress("reading the data file", fraction);
         return !KitPlatform::IsInterrupted();
     });
-    const CXResult result = inspector.ReadData(*data.stream);
     console.EndProgress();
     if (result == kCXResultCancelled) {
         console.Complain("stopped");
@@ -291,11 +282,6 @@ int CompleteChecksums(const InspectionOptions& options, VelPatchConsole& console
         console.Complain(CXString::Format("'%s' is damaged, or of another patch; inspect tells more",
                                           path.GetData()));
         return kKitUsage;
-    }
-    for (size_t i = 0; i < control.operations.size(); i++) {
-        if (inspector.GetCosts()[i].isRead) {
-            control.operations[i].destinationChecksum = inspector.GetCosts()[i].checksum;
-        }
     }
     return kKitDone;
 }

@@ -34,6 +34,28 @@ bool IsStreamed(const VelPatchPlannedOperation& planned) {
     return planned.operation.command == COMMAND_CREATE_FILE && planned.newSize >= kStreamedSize;
 }
 
+/// The checksum of the finished file is for a path where something else may stand, and so may be
+/// the work of an earlier run. A create never takes such a file for its own, and the file that an
+/// operation in place works on is the one that `source-checksum` tells.
+bool NeedsDestinationChecksum(const PatchOperation& operation) {
+    return operation.command != COMMAND_CREATE_FILE &&
+           operation.sourcePath != operation.destinationPath;
+}
+
+/// A new file gets the permissions of its source by itself, or what is usual.
+bool NeedsPermissions(const VelPatchPlannedOperation& planned) {
+    const PatchOperation& operation = planned.operation;
+    const bool isFile = operation.command == COMMAND_MOVE_FILE || planned.HasRecord();
+    if (!isFile || planned.IsInPlace()) {
+        return true;
+    }
+    const auto source = std::find_if(
+        planned.sources.begin(), planned.sources.end(),
+        [&](const VelPatchSource& each) { return each.path == operation.sourcePath; });
+    return planned.newMode !=
+           (source != planned.sources.end() ? source->mode : kUsualFileMode);
+}
+
 } // namespace
 
 CXString VelPatchMaker::GetControlPath() const {
@@ -319,6 +341,12 @@ CXResult VelPatchMaker::WriteControl(const CXString& path, CXString& problem) {
     operations.reserve(m_operations.size());
     for (const VelPatchPlannedOperation& planned : m_operations) {
         operations.push_back(planned.operation);
+        if (!NeedsDestinationChecksum(planned.operation)) {
+            operations.back().destinationChecksum.Clear();
+        }
+        if (!NeedsPermissions(planned)) {
+            operations.back().destinationPermissions.Clear();
+        }
     }
     const CXResult result =
         WriteControlFile(path, operations, static_cast<int64_t>(m_dataSize), m_dataChecksum);

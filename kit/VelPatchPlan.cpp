@@ -276,9 +276,8 @@ VelPatchPlannedOperation VelPatchPlan::NewOperation(PatchCommand command, size_t
     VelPatchPlannedOperation planned;
     planned.operation.command = command;
     planned.operation.destinationPath = m_targetPaths[newIndex];
-    if (entry.isFolder || m_oldOf[newIndex] != kNone || entry.mode != kUsualFileMode) {
-        planned.operation.destinationPermissions = entry.GetPermissions();
-    }
+    planned.operation.destinationPermissions = entry.GetPermissions();
+    planned.newMode = entry.mode;
     if (!entry.isFolder) {
         planned.operation.estimatedEffort = static_cast<int64_t>(entry.size);
         planned.newFile = m_new->GetFullPath(newIndex);
@@ -329,12 +328,12 @@ bool VelPatchPlan::PlanChangedFile(size_t newIndex, size_t oldIndex, CXString& p
 
 VelPatchSource VelPatchPlan::OldSource(size_t oldIndex) const {
     const VelPatchTreeEntry& entry = m_old->GetEntries()[oldIndex];
-    return {entry.path, m_old->GetFullPath(oldIndex), entry.size, false};
+    return {entry.path, m_old->GetFullPath(oldIndex), entry.size, entry.mode, false};
 }
 
 VelPatchSource VelPatchPlan::MadeSource(size_t newIndex) const {
     return {m_targetPaths[newIndex], m_new->GetFullPath(newIndex),
-            m_new->GetEntries()[newIndex].size, true};
+            m_new->GetEntries()[newIndex].size, m_new->GetEntries()[newIndex].mode, true};
 }
 
 bool VelPatchPlan::PlanNewFile(size_t newIndex, CXString& problem) {

@@ -20,6 +20,7 @@ struct VelPatchSource {
     CXString path; ///< relative to the target
     CXString file; ///< absolute: the same bytes at hand
     uint64_t size = 0;
+    uint32_t mode = 0; ///< which a file made from it gets if no other is stated
     bool isMade = false; ///< by an operation before: no checksum of it can be asked for
 };
 
@@ -30,6 +31,7 @@ struct VelPatchPlannedOperation {
     std::vector<VelPatchSource> sources; ///< of an edit or move: the best first
     CXString newFile;                    ///< absolute; the wanted contents of a create or edit
     uint64_t newSize = 0;
+    uint32_t newMode = 0;
 
     bool HasRecord() const {
         return operation.command == COMMAND_CREATE_FILE || operation.command == COMMAND_EDIT_FILE;
