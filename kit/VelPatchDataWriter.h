@@ -25,6 +25,8 @@ public:
     void AppendU64(uint64_t number);
     /// Appends a text with its length in front, as the readers of records expect it.
     void AppendString(const CXString& text);
+    /// The first failure since Open; nothing more reaches the file then.
+    CXResult GetLastError() const { return m_file.GetLastError(); }
     /// Ends the stream and the file; the first failure since Open.
     CXResult Close();
 

@@ -1,6 +1,7 @@
 #include "kit/VelPatchFileDiff.h"
 
 #include "kit/VelPatchDiffer.h"
+#include "kit/VelPatchResultText.h"
 #include "stream/CXStreamTools.h"
 
 #include <algorithm>
@@ -47,7 +48,7 @@ private:
 CXResult ReadFileToDiff(const CXString& path, std::vector<uint8_t>& bytes, CXString& problem) {
     const CXResult result = ReadWholeFile(path, bytes, SIZE_MAX / 4);
     if (result != kCXResultOK) {
-        problem = CXString::Format("'%s' can't be read (result %d)", path.GetData(), result);
+        problem = CXString::Format("'%s' can't be read: %s", path.GetData(), ResultText(result));
     }
     return result;
 }

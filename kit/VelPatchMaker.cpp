@@ -5,6 +5,7 @@
 #include "kit/VelPatchDataWriter.h"
 #include "kit/VelPatchParallel.h"
 #include "kit/VelPatchRecordMaker.h"
+#include "kit/VelPatchResultText.h"
 #include "stream/CXStreamFile.h"
 
 #include <algorithm>
@@ -18,6 +19,7 @@ constexpr uint64_t kMostBatchBytes = 12 << 20;
 // A created file of this size is not read into memory.
 constexpr uint64_t kStreamedSize = 4 << 20;
 constexpr size_t kPayloadPiece = 1 << 18;
+constexpr const char* kLockName = "velpatch-make.tmp";
 
 /// Bytes that are in memory for an operation.
 uint64_t WeightOf(const VelPatchPlannedOperation& planned) {
@@ -75,16 +77,40 @@ CXResult VelPatchMaker::Run(CXString& problem) {
     if (result != kCXResultOK) {
         return result;
     }
+    const bool wasThere = CXFileSystem::Exists(m_options.outFolder);
     result = CXFileSystem::CreateDirectories(m_options.outFolder);
     if (result != kCXResultOK) {
-        problem = CXString::Format("'%s' can't be made (result %d)", m_options.outFolder.GetData(),
-                                   result);
+        problem = CXString::Format("'%s' can't be made: %s", m_options.outFolder.GetData(),
+                                   ResultText(result));
         return result;
     }
+    // Two runs at once would write into each other's files.
+    const CXString lockPath = CXFileSystem::Join(m_options.outFolder, kLockName);
+    CXStreamFile lock;
+    lock.Open(lockPath, kOpenWrite | kOpenCreate | kOpenExclusive);
+    if (lock.IsOpen()) {
+        result = MakeFiles(problem);
+        lock.Close();
+        CXFileSystem::DeleteFile(lockPath);
+    } else {
+        result = CXResultCertainFailure(lock.GetLastError());
+        problem = result == kCXResultInUse
+                      ? CXString::Format("another run is making a patch in '%s'",
+                                         m_options.outFolder.GetData())
+                      : CXString::Format("'%s' can't be written: %s", lockPath.GetData(),
+                                         ResultText(result));
+    }
+    if (result != kCXResultOK && !wasThere) {
+        CXFileSystem::DeleteDirectory(m_options.outFolder);
+    }
+    return result;
+}
+
+CXResult VelPatchMaker::MakeFiles(CXString& problem) {
     // Under names of their own until they are known to be good.
     const CXString control = CXFileSystem::Join(m_options.outFolder, "patch-control.txt.tmp");
     const CXString data = CXFileSystem::Join(m_options.outFolder, "patch-data.bin.tmp");
-    result = WriteData(data, problem);
+    CXResult result = WriteData(data, problem);
     if (result == kCXResultOK) {
         result = WriteControl(control, problem);
     }
@@ -147,16 +173,17 @@ CXResult VelPatchMaker::WriteData(const CXString& path, CXString& problem) {
     VelPatchDataWriter data;
     CXResult result = data.Open(path, m_options.level, m_options.workers);
     if (result != kCXResultOK) {
-        problem = CXString::Format("'%s' can't be made (result %d)", path.GetData(), result);
+        problem = CXString::Format("'%s' can't be made: %s", path.GetData(), ResultText(result));
         return result;
     }
     const CXResult written = WriteRecords(data, problem);
     result = data.Close();
-    if (written != kCXResultOK) {
+    if (written != kCXResultOK && !problem.IsEmpty()) {
         return written;
     }
+    result = result == kCXResultOK ? written : result;
     if (result != kCXResultOK) {
-        problem = CXString::Format("'%s' can't be written (result %d)", path.GetData(), result);
+        problem = CXString::Format("'%s' can't be written: %s", path.GetData(), ResultText(result));
         return result;
     }
     m_dataSize = data.GetSize();
@@ -236,7 +263,10 @@ CXResult VelPatchMaker::WriteBatch(VelPatchDataWriter& data, size_t start, size_
             return records[i].result;
         }
         data.AppendU64(records[i].bytes.size());
-        data.Append(records[i].bytes);
+        const CXResult result = AppendBytes(data, records[i].bytes, problem);
+        if (result != kCXResultOK) {
+            return result;
+        }
         data.AppendString(m_operations[start + i].operation.destinationChecksum);
         records[i].bytes = std::vector<uint8_t>();
     }
@@ -257,23 +287,40 @@ CXResult VelPatchMaker::WritePayload(VelPatchDataWriter& data, VelPatchPlannedOp
             break;
         }
         digest.Update(piece.data(), static_cast<size_t>(wanted));
-        data.Append(std::span<const uint8_t>(piece).first(static_cast<size_t>(wanted)));
+        const CXResult result = AppendBytes(
+            data, std::span<const uint8_t>(piece).first(static_cast<size_t>(wanted)), problem);
+        if (result != kCXResultOK) {
+            return result;
+        }
         left -= wanted;
         m_doneSize += wanted;
-        ReportData();
-        if (IsStopped()) {
-            problem = "stopped";
-            return kCXResultCancelled;
-        }
     }
     if (left > 0) {
-        problem = CXString::Format("'%s' can't be read to its end (result %d)",
-                                   planned.newFile.GetData(), file.GetLastError());
+        problem = CXString::Format("'%s' can't be read to its end: %s", planned.newFile.GetData(),
+                                   ResultText(file.GetLastError()));
         return CXResultCertainFailure(file.GetLastError());
     }
     m_doneSize++;
     planned.operation.destinationChecksum = digest.FinishHex();
     data.AppendString(planned.operation.destinationChecksum);
+    return kCXResultOK;
+}
+
+CXResult VelPatchMaker::AppendBytes(VelPatchDataWriter& data, std::span<const uint8_t> bytes,
+                                    CXString& problem) {
+    while (!bytes.empty()) {
+        const std::span<const uint8_t> part = bytes.first(std::min(bytes.size(), kPayloadPiece));
+        data.Append(part);
+        bytes = bytes.subspan(part.size());
+        ReportData();
+        if (IsStopped()) {
+            problem = "stopped";
+            return kCXResultCancelled;
+        }
+        if (data.GetLastError() != kCXResultOK) {
+            return data.GetLastError(); // closing the file tells it by its name
+        }
+    }
     return kCXResultOK;
 }
 
@@ -304,7 +351,7 @@ CXResult VelPatchMaker::WriteControl(const CXString& path, CXString& problem) {
     const CXResult result =
         WriteControlFile(path, operations, static_cast<int64_t>(m_dataSize), m_dataChecksum);
     if (result != kCXResultOK) {
-        problem = CXString::Format("'%s' can't be written (result %d)", path.GetData(), result);
+        problem = CXString::Format("'%s' can't be written: %s", path.GetData(), ResultText(result));
     }
     return result;
 }
@@ -315,7 +362,7 @@ CXResult VelPatchMaker::Publish(const CXString& temporary, const CXString& path,
     const CXResult result = CXFileSystem::ReplaceWithBackup(path, temporary);
     if (result != kCXResultOK) {
         problem =
-            CXString::Format("'%s' can't be put in place (result %d)", path.GetData(), result);
+            CXString::Format("'%s' can't be put in place: %s", path.GetData(), ResultText(result));
     }
     return result;
 }

@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <span>
 #include <vector>
 
 class VelPatchDataWriter;
@@ -36,8 +37,8 @@ public:
     struct Options {
         CXString oldFolder; ///< empty: the patch is an installation
         CXString newFolder;
-        CXString outFolder; ///< made if missing
-        bool check = true;  ///< apply the patch to a copy of the old folder and compare
+        CXString outFolder;            ///< made if missing
+        bool check = true;             ///< apply the patch to a copy of the old folder and compare
         std::vector<CXString> ignored; ///< globs of paths to leave out of both folders
         int level = 9;                 ///< of compression, 1 to 9
         unsigned workers = 1;          ///< threads; the patch is the same with any number
@@ -62,15 +63,21 @@ public:
 
 private:
     CXResult Plan(CXString& problem);
+    CXResult MakeFiles(CXString& problem);
     CXResult WriteData(const CXString& path, CXString& problem);
     CXResult WriteRecords(VelPatchDataWriter& data, CXString& problem);
     size_t EndOfBatch(size_t start) const;
     CXResult WriteBatch(VelPatchDataWriter& data, size_t start, size_t end, CXString& problem);
     CXResult WritePayload(VelPatchDataWriter& data, VelPatchPlannedOperation& planned,
                           CXString& problem);
+    /// Appends and looks between pieces whether to go on. A failure of the data file itself is left
+    /// without a problem text.
+    CXResult AppendBytes(VelPatchDataWriter& data, std::span<const uint8_t> bytes,
+                         CXString& problem);
     CXResult CheckUnchanged(CXString& problem) const;
     CXResult WriteControl(const CXString& path, CXString& problem);
     CXResult Check(const CXString& control, const CXString& data, CXString& problem);
+    CXResult CopyOldTree(const CXString& target, CXString& problem);
     CXResult CompareTarget(const CXString& target, CXString& problem);
     CXResult Publish(const CXString& temporary, const CXString& path, CXString& problem);
     void Count();

@@ -140,7 +140,9 @@ bool VelPatchPlan::CheckNewNames(CXString& problem) {
         }
         if (!CXFileSystem::IsValidFileName(entries[i].GetName()) ||
             !IsSafeOperationPath(path, true)) {
-            Warn(CXString::Format("'%s' is a name that Windows doesn't allow", path.GetData()));
+            problem =
+                CXString::Format("'%s' is a name that Windows doesn't allow", path.GetData());
+            return false;
         }
     }
     return true;

@@ -3,6 +3,7 @@
 #include "core/CXFileSystem.h"
 #include "core/CXText.h"
 #include "kit/KitPlatform.h"
+#include "kit/VelPatchResultText.h"
 #include "patch/FileChecksum.h"
 #include "patch/PatchPaths.h"
 
@@ -109,7 +110,8 @@ CXResult VelPatchTree::ScanFolder(const CXString& relative, std::vector<CXString
     const CXString folder = CXFileSystem::Join(m_folder, relative);
     CXResult result = CXFileSystem::Enumerate(folder, names);
     if (result != kCXResultOK) {
-        problem = CXString::Format("'%s' can't be listed (result %d)", folder.GetData(), result);
+        problem =
+            CXString::Format("'%s' can't be listed: %s", folder.GetData(), ResultText(result));
         return result;
     }
     for (const CXFileEntry& name : names) {
@@ -137,7 +139,8 @@ CXResult VelPatchTree::ScanFolder(const CXString& relative, std::vector<CXString
         CXFileAttributes attributes;
         result = CXFileSystem::GetAttributes(full, false, attributes);
         if (result != kCXResultOK) {
-            problem = CXString::Format("'%s' can't be read (result %d)", full.GetData(), result);
+            problem =
+                CXString::Format("'%s' can't be read: %s", full.GetData(), ResultText(result));
             return result;
         }
         entry.size = entry.isFolder ? 0 : attributes.size;
