@@ -1,4 +1,5 @@
 #include "app/VelPatchEntry.h"
+#include "app/VelPatchWizard.h"
 #include "core/CXArguments.h"
 #include "core/CXStringUTF16.h"
 
@@ -9,5 +10,5 @@ int WINAPI wWinMain(HINSTANCE, HINSTANCE, wchar_t* line, int) {
     VelPatchArguments arguments;
     arguments.words = CXGetArguments(0, nullptr);
     arguments.rawLine.assign(rawLine.GetData(), rawLine.GetLength());
-    return RunVelPatch(arguments);
+    return RunVelPatch(arguments, {RunVelPatchWizard});
 }

@@ -118,6 +118,10 @@ bool GetFilePermissions(const CXString& path, CXString& out);
 CXResult SetFilePermissions(const CXString& path, const CXString& text);
 /// Gives `to` the POSIX permission bits of `from` (nothing on Windows).
 CXResult CopyMode(const CXString& from, const CXString& to);
+/// Gives a file or folder, never what a link leads to, the owner of the folder that it lies in, if
+/// this process is the system's administrator: what it makes for a user stays the user's. Elsewhere
+/// success without a change.
+CXResult GiveToFolderOwner(const CXString& path);
 /// Has a path removed at the next start of the system; a failure where there is no such thing.
 CXResult DeleteAtReboot(const CXString& path);
 /// Extension of shortcuts with its dot: ".lnk" or ".desktop".
@@ -155,7 +159,8 @@ void SetApplicationFolder(const CXString& folder);
 /// The folder that relative paths start from; it is the whole process's.
 CXString GetCurrentDirectory();
 CXResult SetCurrentDirectory(const CXString& path);
-/// Starts a program without waiting for it.
+/// Starts a program without waiting for it. A process that a user raised to administrator (by
+/// pkexec) starts it as that user, whom it is for.
 CXResult Launch(const CXString& program, const std::vector<CXString>& arguments,
                 const CXString& folder);
 /// Opens an address in the user's browser.

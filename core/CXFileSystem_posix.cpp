@@ -2,12 +2,16 @@
 #include "core/CXLog.h"
 #include "core/CXPlatformText.h"
 #include "core/CXStringEdit.h"
+#include "core/CXText.h"
 
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <fcntl.h>
+#include <grp.h>
 #include <pwd.h>
+#include <string>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -61,11 +65,60 @@ CXString GetDesktopFolder() {
                            : CXFileSystem::StripTrailingSeparators(named);
 }
 
+/// The user who raised this process to administrator, if one did, and that user's environment.
+class Caller {
+public:
+    Caller() {
+        const uint64_t id = ToUInt64(GetVariable("PKEXEC_UID"), UINT64_MAX);
+        passwd* found = nullptr;
+        if (geteuid() != 0 || id > UINT_MAX ||
+            getpwuid_r(static_cast<uid_t>(id), &m_entry, m_area, sizeof m_area, &found) != 0 ||
+            found == nullptr) {
+            return;
+        }
+        m_isThere = true;
+        int count = static_cast<int>(m_groups.size());
+        if (getgrouplist(m_entry.pw_name, m_entry.pw_gid, m_groups.data(), &count) < 0) {
+            count = 0; // more groups than anything needs
+        }
+        m_groups.resize(static_cast<size_t>(count));
+        m_user = std::string("USER=") + m_entry.pw_name;
+        m_login = std::string("LOGNAME=") + m_entry.pw_name;
+        for (char** variable = environ; *variable != nullptr; variable++) {
+            const absl::string_view text(*variable);
+            if (text.substr(0, 5) != "USER=" && text.substr(0, 8) != "LOGNAME=" &&
+                text.substr(0, 11) != "PKEXEC_UID=") {
+                m_environment.push_back(*variable);
+            }
+        }
+        m_environment.insert(m_environment.end(), {m_user.data(), m_login.data(), nullptr});
+    }
+    Caller(const Caller&) = delete;
+    Caller& operator=(const Caller&) = delete;
+
+    char** GetEnvironment() { return m_isThere ? m_environment.data() : environ; }
+    /// Becomes the user for good; safe in a forked child. True if there is none.
+    bool Become() const {
+        return !m_isThere || (setgroups(m_groups.size(), m_groups.data()) == 0 &&
+                              setgid(m_entry.pw_gid) == 0 && setuid(m_entry.pw_uid) == 0);
+    }
+
+private:
+    bool m_isThere = false;
+    passwd m_entry = {};
+    char m_area[4096];
+    std::vector<gid_t> m_groups = std::vector<gid_t>(256);
+    std::string m_user;
+    std::string m_login;
+    std::vector<char*> m_environment;
+};
+
 /// Runs in the forked child: only calls that are safe there. Reports errno through `report` and
 /// leaves when the program can't be started.
-[[noreturn]] void BecomeProgram(char* const* arguments, const char* folder, int report) {
-    if (*folder == 0 || chdir(folder) == 0) {
-        execvp(arguments[0], arguments);
+[[noreturn]] void BecomeProgram(char* const* arguments, const char* folder, Caller& caller,
+                                int report) {
+    if (caller.Become() && (*folder == 0 || chdir(folder) == 0)) {
+        execvpe(arguments[0], arguments, caller.GetEnvironment());
     }
     const int error = errno;
     [[maybe_unused]] const ssize_t put = write(report, &error, sizeof error);
@@ -115,6 +168,18 @@ CXResult CXFileSystem::SetCurrentDirectory(const CXString& path) {
     return chdir(path.GetData()) == 0 ? kCXResultOK : CXResultFromErrno(errno);
 }
 
+CXResult CXFileSystem::GiveToFolderOwner(const CXString& path) {
+    struct stat folder;
+    if (geteuid() != 0) {
+        return kCXResultOK;
+    }
+    const CXString parent = GetParent(MakeAbsolute(path));
+    return stat(parent.GetData(), &folder) == 0 &&
+                   lchown(path.GetData(), folder.st_uid, folder.st_gid) == 0
+               ? kCXResultOK
+               : CXResultFromErrno(errno);
+}
+
 CXResult CXFileSystem::Launch(const CXString& program, const std::vector<CXString>& arguments,
                               const CXString& folder) {
     // Everything that allocates happens before the fork.
@@ -124,6 +189,7 @@ CXResult CXFileSystem::Launch(const CXString& program, const std::vector<CXStrin
         list.push_back(const_cast<char*>(argument.GetData()));
     }
     list.push_back(nullptr);
+    Caller caller;
     int ends[2] = {-1, -1};
     if (pipe2(ends, O_CLOEXEC) != 0) {
         return CXResultFromErrno(errno);
@@ -134,7 +200,7 @@ CXResult CXFileSystem::Launch(const CXString& program, const std::vector<CXStrin
         setsid();
         const pid_t grandchild = fork();
         if (grandchild == 0) {
-            BecomeProgram(list.data(), folder.GetData(), ends[1]);
+            BecomeProgram(list.data(), folder.GetData(), caller, ends[1]);
         }
         _exit(grandchild < 0 ? 1 : 0);
     }

@@ -110,6 +110,10 @@ CXResult CXFileSystem::SetCurrentDirectory(const CXString& path) {
     return SetCurrentDirectoryW(Wide(ToUTF16(path))) ? kCXResultOK : LastResult();
 }
 
+CXResult CXFileSystem::GiveToFolderOwner(const CXString& /*path*/) {
+    return kCXResultOK;
+}
+
 CXResult CXFileSystem::Launch(const CXString& program, const std::vector<CXString>& arguments,
                               const CXString& folder) {
     std::vector<CXString> whole = {program};

@@ -200,3 +200,9 @@ CXString FromWindowsPath(absl::string_view path) {
     std::replace(edit.GetData(), edit.GetData() + edit.GetLength(), '\\', '/');
     return edit.ToString();
 }
+
+CXString ToWindowsPath(absl::string_view path) {
+    CXStringEdit edit(path);
+    edit.ReplaceAll("/", "\\");
+    return edit.ToString();
+}

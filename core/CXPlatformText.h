@@ -24,3 +24,5 @@ CXString MakeWindowsCommandLine(const std::vector<CXString>& arguments);
 
 /// Program form of a Windows path: no "\\?\" prefix, "/" as separator.
 CXString FromWindowsPath(absl::string_view path);
+/// The form in which Windows and its users know a program path: "\" as separator.
+CXString ToWindowsPath(absl::string_view path);

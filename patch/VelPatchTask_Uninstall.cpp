@@ -38,8 +38,11 @@ bool VelPatchTask_Uninstall::Begin(const CXString& targetFolder) {
 }
 
 void VelPatchTask_Uninstall::Go() {
-    if (!IsRunning()) {
-        // Not left to the thread: who polls before it has its first turn would see an idle task.
+    if (IsRunning()) {
+        return;
+    }
+    {
+        // Before the thread: a look at the status must not find a task that has nothing to do.
         const CXCriticalSectionGuard guard(m_lock);
         m_status = TaskStatus();
         m_status.state = kTaskStateBusy;

@@ -321,6 +321,8 @@ public:
     BitmapPeer(UIPeerSink* sink, UIPeerGtkWindow* window, const CXString& name)
         : UIPeerGtk(UIKind::Bitmap, sink, window) {
         GtkWidget* area = GTK::gtk_drawing_area_new();
+        // GTK draws what has a window of its own above all that hasn't, which labels are.
+        GTK::gtk_widget_set_has_window(area, FALSE);
         Adopt(area, area, name);
         GTK::atk_object_set_role(GTK::gtk_widget_get_accessible(area), ATK_ROLE_IMAGE);
         GTK::Connect(area, "draw", OnDraw, this);

@@ -166,6 +166,7 @@
     X(gtk_widget_queue_draw) \
     X(gtk_widget_queue_resize) \
     X(gtk_widget_set_can_focus) \
+    X(gtk_widget_set_has_window) \
     X(gtk_widget_set_name) \
     X(gtk_widget_set_sensitive) \
     X(gtk_widget_set_size_request) \

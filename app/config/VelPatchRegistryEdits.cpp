@@ -3,7 +3,7 @@
 #include "core/CXFileSystem.h"
 #include "core/CXLocalisation.h"
 #include "core/CXMD5.h"
-#include "core/CXStringEdit.h"
+#include "core/CXPlatformText.h"
 #include "core/CXText.h"
 #include "dn/DNValue.h"
 
@@ -24,13 +24,6 @@ constexpr RootName kRootNames[] = {
     {"HKCU", VelPatchRegistryRoot::CurrentUser}, {"HKLM", VelPatchRegistryRoot::LocalMachine},
     {"HKU", VelPatchRegistryRoot::Users},
 };
-
-/// A path as the registry's readers expect it, whatever system this is.
-CXString WithBackslashes(const CXString& path) {
-    CXStringEdit edit(path.View());
-    edit.ReplaceAll("/", "\\");
-    return edit.ToString();
-}
 
 /// The operation of one entry; false if it comes to nothing.
 bool MakeOperation(const VelPatchRegistryEdit& edit, const VelPatchRegistryVariables& variables,
@@ -152,6 +145,15 @@ bool TakesAway(const VelPatchRegistryEdit& later, const VelPatchRegistryEdit& fi
 
 } // namespace
 
+const char* RegistryRootName(VelPatchRegistryRoot root) {
+    for (const RootName& known : kRootNames) {
+        if (known.root == root) {
+            return known.name;
+        }
+    }
+    return "";
+}
+
 VelPatchRegistryRoot VelPatchRegistryEdit::GetRoot() const {
     for (const RootName& known : kRootNames) {
         if (EqualsNoCase(root, known.name)) {
@@ -168,8 +170,8 @@ bool VelPatchRegistryEdit::IsNumbered() const {
 VelPatchRegistryVariables MakeRegistryVariables(const CXString& target, const CXString& anchorFile,
                                                 const CXString& installationId,
                                                 uint64_t installedBytes) {
-    return {{"TARGETPATH", WithBackslashes(target)},
-            {"ANCHORPATH", WithBackslashes(CXFileSystem::Join(target, anchorFile))},
+    return {{"TARGETPATH", ToWindowsPath(target)},
+            {"ANCHORPATH", ToWindowsPath(CXFileSystem::Join(target, anchorFile))},
             {"TARGETPATHKEY", RegistryKeyOfTarget(installationId, target)},
             {"INSTALLSIZE", CXString::Format("%d", installedBytes >> 10)}};
 }

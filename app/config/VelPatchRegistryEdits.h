@@ -21,6 +21,9 @@ enum class VelPatchRegistryRoot : uint32_t {
     CurrentConfig = 0x80000005,
 };
 
+/// The name of a hive in the configuration ("HKLM"); empty for none.
+const char* RegistryRootName(VelPatchRegistryRoot root);
+
 /// One entry of `registry-edits` as it is written, nothing expanded.
 struct VelPatchRegistryEdit {
     CXString root;

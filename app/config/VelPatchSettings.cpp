@@ -1,12 +1,12 @@
 #include "app/config/VelPatchSettings.h"
 
+#include "app/config/VelPatchTreeFile.h"
 #include "core/CXEncoding.h"
 #include "core/CXFileSystem.h"
 #include "core/CXStringEdit.h"
 #include "dn/DNMemoryValue.h"
 #include "dn/TextConfig.h"
 #include "stream/CXStreamDynamicBuffer.h"
-#include "stream/CXStreamFile.h"
 #include "stream/CXStreamStaticBuffer.h"
 #include "stream/CXStreamTools.h"
 
@@ -36,22 +36,9 @@ CXString PrepareSettingsPath(const CXString& bundleId) {
     const CXString folder = CXFileSystem::Join(base, bundleId);
     if (!CXFileSystem::Exists(folder) && CXFileSystem::CreateDirectory(folder) == kCXResultOK) {
         CXFileSystem::SetFilePermissions(folder, kOwnerOnlyFolder);
+        CXFileSystem::GiveToFolderOwner(folder);
     }
     return CXFileSystem::Join(folder, "velpatch-settings.dat");
-}
-
-/// The records in the file; an empty tree if it is missing or unreadable. False if there are
-/// records that can't be read now: a writer must then leave the file alone.
-bool ReadSettingsFile(const CXString& path, DNValueRef& root) {
-    root = new DNMemoryValue;
-    const bool isRecovered = CXFileSystem::RecoverBackup(path) == kCXResultOK;
-    CXStreamFile file;
-    file.Open(path, kOpenRead);
-    if (file.GetLastError() != kCXResultOK) {
-        return isRecovered && file.GetLastError() == kCXResultNotFound;
-    }
-    root = TextConfig::Read(file);
-    return file.GetLastError() == kCXResultOK;
 }
 
 /// Once a field couldn't be read, nothing behind it can be trusted.
@@ -136,7 +123,7 @@ void LoadSettings(VelPatchSettings& settings, const CXString& bundleId, const CX
         return;
     }
     DNValueRef root;
-    ReadSettingsFile(path, root);
+    ReadTreeFile(path, root);
     DecodeSettingsRecord(root->Get(SettingsKeyOfTarget(target))->GetString(), settings);
 }
 
@@ -151,29 +138,11 @@ void SaveSettings(const VelPatchSettings& settings, const CXString& bundleId,
         return;
     }
     DNValueRef root;
-    if (!ReadSettingsFile(path, root)) {
+    if (!ReadTreeFile(path, root)) {
         return; // writing would lose the records of all other targets
     }
     root->SetNew(DNData::String(SettingsKeyOfTarget(target)), DNData::String(value));
-
-    CXStringEdit temporaryName(path.View());
-    temporaryName.Append(".tmp");
-    const CXString temporary = temporaryName.ToString();
-    CXStreamFile file;
-    file.Open(temporary, kOpenWrite | kOpenCreate | kOpenTruncate);
-    if (file.GetLastError() != kCXResultOK) {
-        return;
-    }
-    CXFileSystem::SetFilePermissions(temporary, kOwnerOnlyFile);
-    TextConfig::Write(*root, file);
-    file.Flush();
-    const bool written = file.GetLastError() == kCXResultOK;
-    file.Close();
-    if (written) {
-        CXFileSystem::ReplaceWithBackup(path, temporary);
-    } else {
-        CXFileSystem::DeleteFile(temporary);
-    }
+    WriteTreeFile(path, *root, kOwnerOnlyFile);
 }
 
 void ApplySettingsOverride(VelPatchSettings& settings, const CXString& encoded) {

@@ -5,6 +5,7 @@
 #include "tests/support/TrustFolder.h"
 
 #include <functional>
+#include <map>
 #include <mutex>
 #include <string>
 
@@ -33,8 +34,17 @@ public:
         const std::lock_guard<std::mutex> guard(m_lock);
         return m_requests;
     }
+    /// What a request for this path gets instead.
+    void SetFile(const std::string& path, const std::string& contents) {
+        const std::lock_guard<std::mutex> guard(m_lock);
+        m_files[path] = contents;
+    }
+    /// The program's folder, whose "data" holds the trust file.
+    TempFolder& GetApplicationFolder() { return m_trust.GetFolder(); }
     /// Called before each reply.
     std::function<void()> beforeReply;
+    /// Called with its path before anything is sent.
+    std::function<void(const std::string& path)> beforeFile;
 
     std::string GetBase() const {
         return "https://localhost:" + std::to_string(m_server.GetAddress().GetPort()) + "/";
@@ -58,11 +68,19 @@ private:
             beforeReply();
         }
         std::string reply;
+        const size_t start = request.find(' ') + 1;
+        const std::string path = request.substr(start, request.find(' ', start) - start);
+        if (beforeFile) {
+            beforeFile(path);
+        }
         {
             const std::lock_guard<std::mutex> guard(m_lock);
             m_requests += (m_requests.empty() ? "" : "\n") + request.substr(0, request.find('\r'));
-            reply = request.find("/rollstockstreamcheck.php?") != std::string::npos ? m_streamCheck
-                                                                                    : m_streamFile;
+            const auto file = m_files.find(path);
+            reply = file != m_files.end() ? Ok(file->second)
+                    : request.find("/rollstockstreamcheck.php?") != std::string::npos
+                        ? m_streamCheck
+                        : m_streamFile;
         }
         connection.Send(reply);
         connection.EndSending();
@@ -74,5 +92,6 @@ private:
     std::string m_streamCheck;
     std::string m_streamFile;
     std::string m_requests;
+    std::map<std::string, std::string> m_files;
     TestTLSServer m_server; // its thread uses all above
 };

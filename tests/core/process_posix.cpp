@@ -6,29 +6,14 @@
 
 #include <cstdlib>
 #include <gtest/gtest.h>
+#include <pwd.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 namespace fs = CXFileSystem;
 
 namespace {
-
-/// Sets (or unsets) an environment variable for a scope.
-class ScopedVariable {
-public:
-    ScopedVariable(const char* name, const CXString& value) : m_name(name) {
-        const char* earlier = getenv(name);
-        m_earlier = earlier == nullptr ? "" : earlier;
-        SetTestEnvironment(name, value.GetData());
-    }
-    ~ScopedVariable() { SetTestEnvironment(m_name, m_earlier); }
-    ScopedVariable(const ScopedVariable&) = delete;
-    ScopedVariable& operator=(const ScopedVariable&) = delete;
-
-private:
-    const char* m_name;
-    std::string m_earlier; ///< empty: not set
-};
 
 std::string WaitForFile(const TempFolder& temp, const char* name, size_t size) {
     for (int i = 0; i < 1000 && temp.ReadFile(name).size() < size; ++i) {
@@ -41,7 +26,7 @@ std::string WaitForFile(const TempFolder& temp, const char* name, size_t size) {
 
 TEST(ProcessPosix, KnownFoldersFollowTheEnvironment) {
     TempFolder temp;
-    const ScopedVariable home("HOME", temp.Path());
+    const ScopedVariable home("HOME", temp.Path().GetData());
     const ScopedVariable config("XDG_CONFIG_HOME", "relative");
     const ScopedVariable desktop("XDG_DESKTOP_DIR", "");
     const ScopedVariable tmp("TMPDIR", "/var/tmp/");
@@ -53,7 +38,7 @@ TEST(ProcessPosix, KnownFoldersFollowTheEnvironment) {
                   temp.Path(".local/share/applications"));
         EXPECT_EQ(fs::GetKnownFolder(fs::KnownFolder::ProgramFiles), temp.Path(".local/share"));
     }
-    const ScopedVariable data("XDG_DATA_HOME", temp.Path("data/"));
+    const ScopedVariable data("XDG_DATA_HOME", temp.Path("data/").GetData());
     EXPECT_EQ(fs::GetKnownFolder(fs::KnownFolder::LocalAppData), temp.Path("data"));
     EXPECT_EQ(fs::GetKnownFolder(fs::KnownFolder::Desktop), temp.Path("Desktop"));
     temp.WriteFile(".config/user-dirs.dirs", "XDG_DESKTOP_DIR=\"$HOME/Schreibtisch\"\n");
@@ -72,6 +57,31 @@ TEST(ProcessPosix, LaunchPassesArgumentsAndLeavesNoChild) {
     EXPECT_EQ(fs::Launch(temp.Path(), {}, CXString()), kCXResultAccessDenied);
     EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
     EXPECT_EQ(fs::OpenURL("--version"), kCXResultInvalidArgument);
+}
+
+// What an administrator's process does for the user who raised it. Only one can try.
+TEST(ProcessPosix, ARaisedProcessLeavesTheUserTheirOwn) {
+    const passwd* user = getpwnam("nobody");
+    if (geteuid() != 0 || user == nullptr) {
+        GTEST_SKIP() << "needs an administrator and a user";
+    }
+    TempFolder temp;
+    ASSERT_EQ(chown(temp.Path().GetData(), user->pw_uid, user->pw_gid), 0);
+    temp.WriteFile("secret", "");
+    temp.SetMode("secret", 0600);
+    temp.WriteFile("theirs", "");
+    temp.MakeLink("link", "secret");
+    EXPECT_EQ(fs::GiveToFolderOwner(temp.Path("theirs")), kCXResultOK);
+    EXPECT_EQ(fs::GiveToFolderOwner(temp.Path("link")), kCXResultOK);
+    EXPECT_EQ(fs::GiveToFolderOwner(temp.Path("none")), kCXResultNotFound);
+
+    const ScopedVariable raised("PKEXEC_UID", std::to_string(user->pw_uid));
+    const char* script = "(id -u; id -g; id -G; echo $USER $LOGNAME $PKEXEC_UID; cat secret 2>&1 |"
+                         "grep -c denied; echo >> theirs && echo done) > out.new; mv out.new out";
+    ASSERT_EQ(fs::Launch("/bin/sh", {"-c", script}, temp.Path()), kCXResultOK);
+    const std::string group = std::to_string(user->pw_gid) + "\n";
+    EXPECT_EQ(WaitForFile(temp, "out", 1),
+              std::to_string(user->pw_uid) + "\n" + group + group + "nobody nobody\n1\ndone\n");
 }
 
 TEST(ProcessPosix, APipeInTheTargetBlocksNobody) {

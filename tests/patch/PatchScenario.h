@@ -2,6 +2,7 @@
 #pragma once
 
 #include "patch/VelPatchTask_ApplyFilePatches.h"
+#include "tests/support/PatchData.h"
 #include "tests/support/TempFolder.h"
 
 #include <cstdint>
@@ -17,52 +18,6 @@ using Tree = std::map<std::string, std::string>;
 
 /// A tree with the parent folders of its files filled in.
 Tree WithFolders(const Tree& files);
-
-/// One operation of a patch under test, with its data record if it has one.
-struct TestOperation {
-    std::string command;
-    std::string source;
-    std::string destination;
-    std::string record = {};         ///< payload or diff
-    std::string recordChecksum = {}; ///< as stated in the record
-    std::string sourceChecksum = {};
-    std::string destinationChecksum = {};
-    std::string permissions = {};
-    uint32_t flags = 0;
-    int64_t effort = 100;
-
-    /// A copy with another value in one member.
-    template <typename T, typename Value>
-    TestOperation With(T TestOperation::*member, const Value& value) const {
-        TestOperation changed = *this;
-        changed.*member = static_cast<T>(value);
-        return changed;
-    }
-};
-
-std::string MD5Of(const std::string& bytes);
-std::string BigEndian(uint64_t value, int bytes);
-std::string StreamString(const std::string& text);
-std::string Deflated(const std::string& bytes);
-
-TestOperation CreateFileOp(const std::string& path, const std::string& contents);
-/// A create-file operation whose source is its destination, with these flags.
-TestOperation ReplaceFileOp(const std::string& path, const std::string& contents, uint32_t flags,
-                            const std::string& sourceChecksum = {});
-/// A diff that keeps the common front and back of both contents.
-std::string SimpleDiff(const std::string& oldContents, const std::string& newContents);
-TestOperation EditOp(const std::string& source, const std::string& destination,
-                     const std::string& oldContents, const std::string& newContents);
-TestOperation MoveOp(const std::string& source, const std::string& destination,
-                     const std::string& contents);
-TestOperation DeleteFileOp(const std::string& path);
-TestOperation CreateFolderOp(const std::string& path);
-TestOperation DeleteFolderOp(const std::string& path);
-
-/// The inflated data stream of a list, and the control file's text.
-std::string RecordsOf(const std::vector<TestOperation>& operations);
-std::string ControlTextOf(const std::vector<TestOperation>& operations,
-                          const std::string& extraKeys = {});
 
 /// What the user does when a prompt comes up.
 enum class Answer { No, Retry, Stop };
