@@ -69,6 +69,7 @@ public:
     uint32_t GetRandomNumber() override { return 0xBEEF; }
     bool StartElevated(const CXString& file, const CXString& arguments, const CXString& folder,
                        const CXString& target) override {
+        EXPECT_TRUE(GetProcessSettings().relaunched) << "its command line would be taken";
         started = Row(file, arguments, folder, target);
         return works;
     }
