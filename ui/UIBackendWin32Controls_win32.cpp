@@ -542,6 +542,12 @@ public:
         SendMessageW(m_handle, WM_SETREDRAW, TRUE, 0);
         InvalidateRect(m_handle, nullptr, TRUE);
     }
+    void Place() override {
+        UIPeerWin32::Place();
+        // A line that was selected while the list was lower stays at its top.
+        SendMessageW(m_handle, LB_SETTOPINDEX, 0, 0);
+        SetValue(GetValue());
+    }
     void SetValue(int32_t value) override {
         const LRESULT count = SendMessageW(m_handle, LB_GETCOUNT, 0, 0);
         const int32_t wanted = value >= 0 && value < count ? value : -1;

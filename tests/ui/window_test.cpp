@@ -448,6 +448,19 @@ TEST_F(Windows, NothingOutlivesTheLoop) {
     EXPECT_EQ(Dump(), "");
 }
 
+TEST_F(Windows, ASheetFromTheSetUpComesOverItsWindow) {
+    struct Worried : RecordingWindow {
+        void Activate() override {
+            RecordingWindow::Activate();
+            UIMessageSheet::Tell(this, "Something is wrong.", "told");
+        }
+    };
+    CXUIWindow* window = m_service.Open(std::make_unique<Worried>());
+    EXPECT_EQ(m_service.GetFrontWindow(), m_service.GetTopOf(window));
+    EXPECT_TRUE(Did(m_user.Key(kUIKeyEnter)));
+    EXPECT_EQ(static_cast<RecordingWindow*>(window)->Take(), Names{"told=0"});
+}
+
 TEST_F(Windows, AWindowMayCloseWhileItIsSetUp) {
     struct Hasty : RecordingWindow {
         void Activate() override {
