@@ -95,6 +95,10 @@ public:
     virtual bool PeerCopyData(uint64_t, absl::string_view) { return false; }
 };
 
+/// A word of a label that is wider than this (logical pixels), as a path without blanks is, may be
+/// broken: it doesn't widen the label's least size.
+inline constexpr int32_t kUILongestWord = 200;
+
 /// Bits of `UIPeer::DlgCode`, with the values of WM_GETDLGCODE.
 inline constexpr uint32_t kUIDlgWantsArrows = 1;
 inline constexpr uint32_t kUIDlgWantsTab = 2;

@@ -28,7 +28,7 @@ public:
         GTK::gtk_label_set_xalign(As<GtkLabel>(label), 0);
         GTK::gtk_label_set_yalign(As<GtkLabel>(label), 0);
         GTK::gtk_label_set_line_wrap(As<GtkLabel>(label), TRUE);
-        GTK::gtk_label_set_line_wrap_mode(As<GtkLabel>(label), PANGO_WRAP_WORD);
+        GTK::gtk_label_set_line_wrap_mode(As<GtkLabel>(label), PANGO_WRAP_WORD_CHAR);
     }
 
     void SetText(const CXString& text) override {
@@ -89,7 +89,7 @@ public:
         Adopt(check, check, name);
         auto* label = As<GtkLabel>(GTK::gtk_bin_get_child(As<GtkBin>(check)));
         GTK::gtk_label_set_line_wrap(label, TRUE);
-        GTK::gtk_label_set_line_wrap_mode(label, PANGO_WRAP_WORD);
+        GTK::gtk_label_set_line_wrap_mode(label, PANGO_WRAP_WORD_CHAR);
         GTK::Connect(check, "toggled", OnToggled, this);
     }
 

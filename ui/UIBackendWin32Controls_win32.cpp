@@ -38,7 +38,7 @@ class LabelPeer final : public UIPeerWin32 {
 public:
     LabelPeer(UIPeerSink* sink, UIPeerWin32Window* window, const CXString& name)
         : UIPeerWin32(UIKind::Label, sink, window) {
-        Create(L"STATIC", SS_LEFT | SS_NOPREFIX, 0, name);
+        Create(L"STATIC", SS_LEFT | SS_NOPREFIX | SS_EDITCONTROL, 0, name);
     }
     void SetText(const CXString& text) override {
         if (text != m_text) {

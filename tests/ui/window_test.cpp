@@ -255,7 +255,7 @@ TEST_F(Windows, LongMessagesScroll) {
     UIMessageSheet::Tell(window, CXString(text));
     EXPECT_TRUE(Did(true));
     EXPECT_FALSE(Shows("Label"));
-    EXPECT_EQ(m_user.FindFaults(), "");
+    EXPECT_STREQ(m_user.FindFaults().GetData(), "");
     EXPECT_LT(UIHeight(m_user.FindShown("OK")->GetParent()->GetRect()), 450);
 }
 
@@ -383,7 +383,7 @@ children
     Settle();
     EXPECT_EQ(top(), 120);
     EXPECT_FALSE(Shows("Bitmap")); // nothing lies behind texts in strong colours
-    EXPECT_EQ(m_user.FindFaults(), "");
+    EXPECT_STREQ(m_user.FindFaults().GetData(), "");
 }
 
 TEST_F(Windows, TheApplicationClosesAndRaisesWindows) {
