@@ -58,15 +58,17 @@ void VelPatchHeadlessRun::Proc() {
 
 void VelPatchHeadlessRun::Show(VelPatchWindowPatchPage& page, bool isBusy) {
     const TaskStatus& status = page.GetStatus();
-    const bool isNew = std::exchange(m_lastState, status.state) != status.state;
     if (status.state == kTaskStatePrompt) {
-        if (isNew) {
+        if (std::exchange(m_answered, page.CountQuestions()) != page.CountQuestions()) {
             ShowQuestion(status);
             const bool retry = !m_ways.answers.empty() && m_ways.answers.front();
             if (!m_ways.answers.empty()) {
                 m_ways.answers.pop_front();
             }
             page.AnswerPrompt(retry);
+            if (!retry && isBusy) {
+                page.Proc(); // sees the refusal before the task goes on: it ends the run
+            }
         }
         return;
     }

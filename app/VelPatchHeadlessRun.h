@@ -43,6 +43,6 @@ private:
     CXString m_line;         ///< on the terminal, not ended yet
     CXString m_activity;     ///< the last activity written, without its numbers
     int64_t m_writtenAt = 0; ///< when that was, in milliseconds
-    uint32_t m_lastState = 0;
+    uint32_t m_answered = 0; ///< questions, of those that the page has shown
     bool m_isClosing = false;
 };

@@ -131,11 +131,6 @@ bool VelPatchWindow::SetTarget(const CXString& path) {
     return ApplyConfigurationToWindow();
 }
 
-CXString VelPatchWindow::GetProductName() const {
-    const CXString name = m_services.readDisplayName(m_configuration);
-    return name.IsEmpty() ? m_configuration.installationFolderName : name;
-}
-
 void VelPatchWindow::ShowPage(int32_t index) {
     if (index == m_pageIndex) {
         return;

@@ -32,7 +32,7 @@ public:
     CXResult ProcessMessage(const CXMessage& message) override;
     void PeerMetricsChanged() override;
 
-    VelPatchConfiguration& GetConfiguration() { return m_configuration; }
+    const VelPatchConfiguration& GetConfiguration() const { return m_configuration; }
     VelPatchSettings& GetSettings() { return m_settings; }
     const VelPatchWizardServices& GetServices() const { return m_services; }
     /// Null only before the first and behind the last page.
@@ -46,8 +46,6 @@ public:
     void ShowPage(int32_t index);
     /// To the next (+1) or previous (-1) page that this run uses.
     void Step(int32_t direction);
-    /// What the user knows the product by.
-    CXString GetProductName() const;
 
 private:
     void AddPictures();

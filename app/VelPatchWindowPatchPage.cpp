@@ -157,7 +157,10 @@ void VelPatchWindowPatchPage::StartRun() {
 
 std::unique_ptr<VelPatchTask> VelPatchWindowPatchPage::MakeTask() {
     if (GetProcessSettings().uninstall) {
-        return std::make_unique<VelPatchTask_Uninstall>(GetWizard().GetProductName());
+        const VelPatchConfiguration& configuration = GetWizard().GetConfiguration();
+        return std::make_unique<VelPatchTask_Uninstall>(configuration.productName.IsEmpty()
+                                                            ? configuration.installationFolderName
+                                                            : configuration.productName);
     }
     const VelPatchSettings& settings = GetWizard().GetSettings();
     auto task = std::make_unique<VelPatchTask_ApplyFilePatches>();
@@ -186,6 +189,7 @@ void VelPatchWindowPatchPage::SetCurrentTask(std::unique_ptr<VelPatchTask> task)
 void VelPatchWindowPatchPage::AnswerPrompt(bool retry) {
     if (m_task != nullptr) {
         m_task->AnswerPrompt(retry);
+        m_lastState = kNothingShown; // the next question may come before the next look
     }
 }
 
@@ -241,7 +245,10 @@ void VelPatchWindowPatchPage::EnterState() {
         Failed();
         break;
     case kTaskStatePrompt:
-        Get("heading").SetText(GetFailureText());
+        ++m_questions;
+        if (!m_status.failureTitle.IsEmpty()) {
+            Get("heading").SetText(GetFailureText());
+        }
         break;
     default:
         break;

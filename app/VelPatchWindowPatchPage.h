@@ -31,6 +31,8 @@ public:
     bool HasStarted() const { return m_started; }
     /// The status that is shown.
     const TaskStatus& GetStatus() const { return m_status; }
+    /// Number of questions that were shown; each wants an answer of its own.
+    uint32_t CountQuestions() const { return m_questions; }
     /// Answers the task's question, if there is one.
     void AnswerPrompt(bool retry);
 
@@ -50,5 +52,6 @@ private:
     std::unique_ptr<VelPatchTask> m_task;
     TaskStatus m_status;
     uint32_t m_lastState; ///< that was shown
+    uint32_t m_questions = 0;
     bool m_started = false;
 };

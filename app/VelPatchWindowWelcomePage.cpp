@@ -26,6 +26,13 @@ children
 }
 )";
 
+/// As its uninstall entry calls it.
+CXString InstalledName(const VelPatchWindow& wizard) {
+    const VelPatchConfiguration& configuration = wizard.GetConfiguration();
+    const CXString name = wizard.GetServices().readDisplayName(configuration);
+    return name.IsEmpty() ? configuration.installationFolderName : name;
+}
+
 } // namespace
 
 void VelPatchWindowWelcomePage::Activate() {
@@ -33,9 +40,9 @@ void VelPatchWindowWelcomePage::Activate() {
     const VelPatchWindow& wizard = GetWizard();
     Get("heading").SetText(
         GetProcessSettings().uninstall
-            ? FormatLocalisedString("$velpatch_welcome_uninstall", wizard.GetProductName())
+            ? FormatLocalisedString("$velpatch_welcome_uninstall", InstalledName(wizard))
             : FormatLocalisedString("$velpatch_welcome_install", wizard.GetTitle(),
-                                    GetWizard().GetConfiguration().installationFolderName));
+                                    wizard.GetConfiguration().installationFolderName));
 }
 
 CXResult VelPatchWindowWelcomePage::Press(const CXString& control) {

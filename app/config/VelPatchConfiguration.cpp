@@ -97,6 +97,7 @@ bool ApplyConfiguration(VelPatchConfiguration& configuration, VelPatchSettings& 
     configuration.installationFolderName =
         root->Get("installation-folder-name")->GetString("untitled.app");
     configuration.installationId = text("installation-id");
+    configuration.productName = text("product-name");
     configuration.serviceBase = ServiceBaseOf(*root);
     const CXString controlFile = text("patch-control-file");
     configuration.isOffline = !controlFile.IsEmpty();
@@ -130,7 +131,7 @@ bool ApplyConfiguration(VelPatchConfiguration& configuration, VelPatchSettings& 
     if (configuration.isOffline) {
         key.Append("_offline");
     }
-    title = FormatLocalisedString(key.ToString(), text("product-name"));
+    title = FormatLocalisedString(key.ToString(), configuration.productName);
     return true;
 }
 

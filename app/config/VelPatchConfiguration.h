@@ -15,6 +15,7 @@ struct VelPatchConfiguration {
     CXString installationId;
     CXString serviceBase; ///< see ServiceBaseOf
     CXString installationFolderName;
+    CXString productName;    ///< what the user knows the product by; may be empty
     CXString anchorChecksum; ///< the one build that an offline patch accepts
     CXString offlineDescription;
     DNValueRef registryEdits; ///< shared with the configuration tree

@@ -3,7 +3,9 @@
 
 #include "tests/app/WizardFixture.h"
 
+#include "core/CXTime.h"
 #include "runtime/CXTaskHost.h"
+#include "tests/support/FaultFileDriver.h"
 
 namespace {
 
@@ -17,8 +19,13 @@ protected:
         VelPatchHeadlessRun run(
             [this] { return m_application.get(); },
             {[&printed](const CXString& text) { printed += std::string(text.View()); },
-             [this] { return m_interrupted.load(); }, [this] { return m_user.IsIdle(); },
-             isTerminal, std::move(answers)});
+             [this, &printed, seen = size_t{0}]() mutable {
+                 if (m_isSlow && std::exchange(seen, printed.size()) != printed.size()) {
+                     CXSleep(250); // meanwhile a task asks its next question
+                 }
+                 return m_interrupted.load();
+             },
+             [this] { return m_user.IsIdle(); }, isTerminal, std::move(answers)});
         CXTaskHost::GetCurrent()->AddTask(&run);
         GetProcessSettings().target = m_folder.Path("game");
         GetProcessSettings().startImmediately = true;
@@ -28,6 +35,7 @@ protected:
         return printed;
     }
     std::atomic<bool> m_interrupted{false};
+    bool m_isSlow = false;
 };
 
 TEST_F(HeadlessRun, SaysWhatIsDoneAndEnds) {
@@ -49,6 +57,7 @@ TEST_F(HeadlessRun, SaysWhatIsDoneAndEnds) {
 TEST_F(HeadlessRun, QuestionsAreAnsweredAndFailuresTold) {
     Configure(Offline("patch") + ForOldBuild());
     WriteData("patch.txt", "velpatch-version 9");
+    m_isSlow = true;
     const std::string printed = Run(false, {true, true});
     size_t questions = 0;
     for (size_t at = 0; (at = printed.find("failed_read_source_data", at)) != std::string::npos;
@@ -61,6 +70,37 @@ TEST_F(HeadlessRun, QuestionsAreAnsweredAndFailuresTold) {
     WriteData("patch-config.txt", "");
     LoadApplicationConfiguration();
     EXPECT_NE(Run(false).find("<This application is damaged."), std::string::npos);
+}
+
+TEST_F(HeadlessRun, AnUninstallThatIsRefusedLeavesTheRegistry) {
+    const struct {
+        const char* what;
+        uint64_t lastFault;
+        const char* end;
+        std::vector<std::string> notes;
+    } kCases[] = {
+        {"refused",
+         1000,
+         "$velpatch_operation_failed\n<Failed to delete some files.",
+         {"relaunch?"}},
+        {"tried again", 2, "$velpatch_operation_complete\n", {"relaunch?", "registry"}},
+    };
+    for (const auto& one : kCases) {
+        SCOPED_TRACE(one.what);
+        ResetProcess();
+        GetProcessSettings().uninstall = true;
+        Configure("product-name \"Quay Two\"\n");
+        WriteTarget(m_old);
+        FaultFileDriver driver;
+        driver.Fail(FileFault::Busy, 1, one.lastFault, FileOp::RemoveFile, "old.txt");
+        const ScopedFileDriver use(driver);
+        const std::string printed = Run(false, {true});
+        EXPECT_NE(printed.find("UninstallingQuay Two\nFailed to delete some files. Result -9.\n"),
+                  std::string::npos)
+            << printed;
+        EXPECT_NE(printed.find(one.end), std::string::npos) << printed;
+        EXPECT_EQ(TakeNotes(), one.notes);
+    }
 }
 
 TEST_F(HeadlessRun, AnInterruptUndoesTheWork) {
