@@ -87,7 +87,7 @@ CXString AskForDisc(const CXSafePointer<UIElement>& page, const CXString& title,
             if (owner == nullptr) {
                 return;
             }
-            CXFileDialog::Pick(*owner, {false, title, folder, CXString()},
+            CXFileDialog::Pick(*owner, {false, title, folder, "*.bin"},
                                [answer, release](CXResult result, const CXString& path) {
                                    if (result == kCXResultOK) {
                                        *answer = path;

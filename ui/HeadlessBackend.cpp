@@ -9,6 +9,20 @@
 #include <iterator>
 #include <utility>
 
+namespace {
+
+/// Whether a dialog shows a file of this name.
+bool Offers(const UIPickRequest& request, absl::string_view name) {
+    const absl::string_view wanted = request.fileName.View();
+    if (wanted.empty() || wanted[0] != '*') {
+        return wanted.empty() || EqualsNoCase(name, wanted);
+    }
+    const absl::string_view end = wanted.substr(1);
+    return name.size() >= end.size() && EqualsNoCase(name.substr(name.size() - end.size()), end);
+}
+
+} // namespace
+
 HeadlessBackend::~HeadlessBackend() = default;
 
 // ---- What the toolkit tells ----
@@ -158,10 +172,8 @@ bool HeadlessBackend::AnswerDialog() {
         const bool isThere = pick.request.folder ? CXFileSystem::IsDirectory(answer)
                                                  : CXFileSystem::Exists(answer) &&
                                                        !CXFileSystem::IsDirectory(answer);
-        const bool isOffered =
-            pick.request.fileName.IsEmpty() ||
-            EqualsNoCase(CXFileSystem::GetFileName(answer), pick.request.fileName);
-        if (!answer.IsEmpty() && (!isThere || !isOffered)) {
+        if (!answer.IsEmpty() &&
+            (!isThere || !Offers(pick.request, CXFileSystem::GetFileName(answer)))) {
             Refuse("the dialog doesn't offer", answer);
             answer.Clear();
         }

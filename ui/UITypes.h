@@ -82,5 +82,5 @@ struct UIPickRequest {
     bool folder = false; ///< an existing folder (or one that the user makes); else an existing file
     CXString prompt;     ///< what is asked for; empty: the system's usual title
     CXString startFolder; ///< program path to begin at; may not exist, may be empty
-    CXString fileName;    ///< the only file name that is offered; empty: all files
+    CXString fileName;    ///< the only name that is offered, or "*" and its end; empty: all files
 };
