@@ -154,7 +154,8 @@ protected:
 
     /// Acts line by line:
     ///     see TEXT, gone TEXT     waits until the screen shows it, or no longer
-    ///     press NAME, menu NAME   fill EDIT TEXT   pick PATH   choose TEXT   close   escape
+    ///     press NAME, menu NAME   fill EDIT TEXT   type TEXT   pick PATH   choose TEXT
+    ///     close   escape
     ///     off NAME, on NAME       the control is disabled, or not
     ///     end                     waits until the program has ended
     void Play(const std::vector<std::string>& acts) {
@@ -209,6 +210,7 @@ private:
             return Did(m_user.ClickLine("choices", rest));
         }
         return verb == "press"    ? Did(m_user.Press(rest))
+               : verb == "type"   ? Did(m_user.Type(rest))
                : verb == "menu"   ? Did(m_user.ChooseMenu(rest))
                : verb == "close"  ? Did(m_user.PressClose())
                : verb == "escape" ? Did(m_user.Key(kUIKeyEscape))

@@ -1,6 +1,8 @@
 // The wizard from its first page to the program's end: each kind of run, and what goes wrong.
 #include "tests/app/WizardFixture.h"
 
+#include "tests/support/FaultFileDriver.h"
+
 namespace {
 
 using Acts = std::vector<std::string>;
@@ -33,7 +35,7 @@ TEST_F(WizardRuns, AnOnlinePatcherLeadsThroughFivePages) {
           "press next",
           "see $velpatch_account_prompt",
           "off next",
-          "fill user anna",
+          "type anna",
           "off next",
           "fill password s&t",
           "on next",
@@ -269,6 +271,31 @@ TEST_F(WizardRuns, AServiceThatIsDownIsTold) {
           "off next", "press back", "close", "end"});
 }
 
+TEST_F(WizardRuns, AWindowThatWaitsForTheServiceClosesAtOnce) {
+    Configure("");
+    for (const std::string script : {"rollstockstreamcheck", "getstreamfile"}) {
+        SCOPED_TRACE(script);
+        CXEvent mayReply;
+        m_server.beforeFile = [&](const std::string& path) {
+            if (path.find(script) != std::string::npos) {
+                mayReply.Wait(20000);
+            }
+        };
+        Reply(StreamReply(), "good 1");
+        m_found = m_folder.Path("game");
+        OpenWizard();
+        Play({"press next", "fill user anna", "fill password pw", "press next"});
+        if (script == "getstreamfile") {
+            Play({"see $velpatch_stream_prompt", "press next", "see $velpatch_check_patches"});
+        } else {
+            Play({"off user", "off password"});
+        }
+        Play({"see Spinner", "off next", "off back", "close", "end"});
+        mayReply.Set();
+        EXPECT_EQ(Saved(), script == "getstreamfile" ? "anna|pw|42|Main" : "|||");
+    }
+}
+
 TEST_F(WizardRuns, ATargetThatDoesNotFitIsRefusedBeforeOrByTheTask) {
     const auto huge = [this] {
         WriteData("huge.txt", ControlTextOf({CreateFileOp("x", "y").With(&TestOperation::effort,
@@ -300,6 +327,16 @@ TEST_F(WizardRuns, ATargetThatDoesNotFitIsRefusedBeforeOrByTheTask) {
          {"see $velpatch_offline_description", "press next", "see $velpatch_details_heading",
           "see $velpatch_task_checksum_mismatch", "escape", "see $velpatch_operation_failed",
           "press back", "see $velpatch_offline_description", "press back"}},
+        {"damaged data",
+         Offline("torn") + ForOldBuild(),
+         [this] {
+             WriteData("torn.txt", m_server.GetApplicationFolder().ReadFile("data/patch.txt"));
+             WriteData("torn.bin", "not deflated at all");
+         },
+         {"see $velpatch_offline_description", "press next",
+          "see $velpatch_task_failed_apply_patches_file", "escape",
+          "see $velpatch_operation_failed", "press back", "see $velpatch_offline_description",
+          "press back"}},
         {"no room",
          Offline("huge") + ForOldBuild(),
          huge,
@@ -341,9 +378,53 @@ TEST_F(WizardRuns, APromptIsAnsweredAndAClosedWindowRevertsTheWork) {
     EXPECT_EQ(ReadTarget(), m_new);
 }
 
+TEST_F(WizardRuns, ABusyFileIsTriedAgainUntilItIsFree) {
+    Configure(Offline("patch") + ForOldBuild());
+    GetProcessSettings().target = m_folder.Path("game");
+    GetProcessSettings().startImmediately = true;
+    FaultFileDriver driver;
+    driver.Fail(FileFault::Busy, 1, 1000, FileOp::Rename, "game.bin");
+    const ScopedFileDriver use(driver);
+    OpenWizard();
+    Play({"see $velpatch_task_failed_move_file", "see $velpatch_details_heading",
+          "see failed with result -", "press retry", "see $velpatch_task_failed_move_file"});
+    driver.Heal();
+    Play({"press retry", "see $velpatch_operation_complete", "close", "end"});
+    EXPECT_EQ(ReadTarget(), m_new);
+}
+
+TEST_F(WizardRuns, AnInstallationFromDiscsAsksForThem) {
+    const auto volume = [](uint32_t index, const std::string& payload) {
+        return "VePa" + BigEndian(0, 4) + StreamString("") + BigEndian(index, 4) + BigEndian(2, 4) +
+               BigEndian(payload.size(), 8) + payload;
+    };
+    const std::string data = m_server.GetApplicationFolder().ReadFile("data/full.bin");
+    m_server.GetApplicationFolder().WriteFile("patch-1.bin", volume(0, data.substr(0, 20)));
+    m_folder.WriteFile("disc/second.bin", volume(1, data.substr(20)));
+    m_folder.WriteFile("disc/second.txt", volume(1, data.substr(20)));
+    Configure("patch-control-file full.txt\npatch-is-installation true\n");
+    m_found = m_folder.Path("new");
+    OpenWizard();
+    Play({"press next", "press $velpatch_eula_agree", "press next",
+          "see $velpatch_offline_description", "press next",
+          "see $velpatch_task_failed_copying_payload_data", "escape",
+          "see $velpatch_operation_failed", "press back", "see $velpatch_offline_description"});
+    EXPECT_FALSE(m_folder.Has("new")) << "nobody had the disc";
+    m_user.HoldPicks(true);
+    Play({"press next"});
+    ASSERT_TRUE(Until([this] { return m_user.CountPicks() == 1; }));
+    EXPECT_EQ(m_user.GetPick().prompt, "$please_insert_disc");
+    EXPECT_EQ(m_user.GetPick().startFolder, CXFileSystem::GetApplicationFolder());
+    EXPECT_EQ(m_user.GetPick().fileName, "*.bin");
+    m_user.AnswerPick(m_folder.Path("disc/second.bin"));
+    Play({"see $velpatch_operation_complete", "press launch", "press $velpatch_exit", "end"});
+    EXPECT_EQ(ReadTarget("new"), m_new);
+}
+
 TEST_F(WizardRuns, AWindowClosedInMidWorkLeavesTheTargetAsItWas) {
     Configure("");
     const std::string reply = FileReply("patch");
+    const std::string kReading = "see $velpatch_task_reading_configuration";
     const std::string kDownload = "see $velpatch_task_downloading_installation_data_mib";
     const std::string kPrompt = "see $velpatch_task_failed_read_source_data";
     const std::string kAsk = "see Cancel patch attempt and revert changes?";
@@ -352,6 +433,7 @@ TEST_F(WizardRuns, AWindowClosedInMidWorkLeavesTheTargetAsItWas) {
         bool isControlMissing;
         Acts acts;
     } kCases[] = {
+        {"cancel while reading", false, {kReading, "press $velpatch_cancel", "end"}},
         {"close while loading", false, {kDownload, "close", kAsk, "press Quit", "end"}},
         {"cancel while loading", false, {kDownload, "press $velpatch_cancel", "end"}},
         {"close at a prompt", true, {kPrompt, "close", kAsk, "press Quit", "end"}},
@@ -360,9 +442,12 @@ TEST_F(WizardRuns, AWindowClosedInMidWorkLeavesTheTargetAsItWas) {
     for (const auto& one : kCases) {
         SCOPED_TRACE(one.what);
         CXEvent mayReply;
-        m_server.beforeFile = [&mayReply](const std::string& path) {
+        const bool isReading = one.acts[0] == kReading;
+        m_server.beforeFile = [&mayReply, isReading](const std::string& path) {
             if (path == "/patch.bin") {
                 mayReply.Wait(20000);
+            } else if (isReading) {
+                mayReply.Wait(500); // nothing stops the reading of so small a file
             }
         };
         m_server.SetReplies("", "");
@@ -408,10 +493,12 @@ TEST_F(WizardRuns, ARelaunchEndsThisProcessAndItsFailureIsTold) {
     EXPECT_EQ(ReadTarget(), m_old);
 }
 
-TEST_F(WizardRuns, MenusAndPicturesAreThere) {
+TEST_F(WizardRuns, MenusAreThereAndPicturesNeedNotBe) {
     Configure("");
     SetLocalisedString("$velpatch_help_url", "https://help.example/");
+    WriteData("patch.bmp", "no picture");
     OpenWizard();
+    EXPECT_FALSE(Shows("Bitmap")) << "one is damaged, one isn't there";
     Play({"menu about-app", "see $velpatch_about", "escape", "menu show-help",
           "menu close-front-window", "end"});
     EXPECT_EQ(TakeNotes(), Notes{"open https://help.example/"});
