@@ -179,7 +179,7 @@ CXString VelPatchWindowTargetPage::FolderOfAnchor(const CXString& path,
         }
         folder = CXFileSystem::GetParent(folder);
     }
-    return folder;
+    return folder == "/" ? CXString() : folder;
 }
 
 CXResult VelPatchWindowTargetPage::TakeFile(const CXString& path) {

@@ -1,6 +1,7 @@
 // The wizard from its first page to the program's end: each kind of run, and what goes wrong.
 #include "tests/app/WizardFixture.h"
 
+#include "app/VelPatchWindowTargetPage.h"
 #include "tests/support/FaultFileDriver.h"
 
 namespace {
@@ -63,6 +64,27 @@ TEST_F(WizardRuns, AnOnlinePatcherLeadsThroughFivePages) {
     EXPECT_NE(m_server.GetRequests().find("stream=7&build=" + MD5Of(m_old["bin/game.bin"])),
               std::string::npos);
     EXPECT_TRUE(m_folder.Has("temp/velpatch-log.txt"));
+}
+
+TEST(TargetPage, FindsTheFolderThatHoldsTheAnchorFile) {
+    const struct {
+        const char* path;
+        const char* anchorFile;
+        const char* folder;
+    } kCases[] = {
+        {"/games/quay/bin/game.exe", "bin/game.exe", "/games/quay"},
+        {"C:/Quay/BIN/Game.EXE", "./bin/game.exe", "C:/Quay"},
+        {"C:/bin/game.exe", "bin/game.exe", "C:/"},
+        {"/bin/game.exe", "bin/game.exe", ""},
+        {"/game.exe", "bin/game.exe", ""},
+        {"/games/quay/game.exe", "bin/game.exe", ""},
+        {"/games/quay/bin/bin/game.exe", "bin/game.exe", "/games/quay/bin"},
+        {"/games/quay/bin/game.exe2", "bin/game.exe", ""},
+    };
+    for (const auto& one : kCases) {
+        EXPECT_EQ(VelPatchWindowTargetPage::FolderOfAnchor(one.path, one.anchorFile), one.folder)
+            << one.path;
+    }
 }
 
 TEST_F(WizardRuns, AnOnlineInstallerShowsTheLicenceAndStartsTheGame) {
