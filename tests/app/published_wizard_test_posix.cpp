@@ -214,6 +214,13 @@ TEST_F(PublishedWizard, APatcherFromAWrongPasswordToTheNewestBuild) {
     OpenWizard(); // another day
     Play({"press next", "on next", "press next", "see Stream: Live", "press next",
           "see $velpatch_check_no_patch", "off next", "close", "end"});
+
+    WriteTarget(m_old); // a later stage of a relaunch: what the check found was remembered
+    GetProcessSettings().target = m_folder.Path("game");
+    GetProcessSettings().startImmediately = true;
+    OpenWizard();
+    Play({"see $velpatch_operation_complete", "press $velpatch_exit", "end"});
+    EXPECT_EQ(ReadTarget(), m_new);
 }
 
 TEST_F(PublishedWizard, AnInstallerAndAChoiceOfStream) {
