@@ -4,6 +4,7 @@
 #include "tests/support/TestTLSServer.h"
 #include "tests/support/TrustFolder.h"
 
+#include <condition_variable>
 #include <functional>
 #include <map>
 #include <mutex>
@@ -16,6 +17,8 @@ public:
     ServiceServer()
         : m_certificate({.names = "DNS:localhost"}), m_trust(m_certificate.GetPem()),
           m_server(m_certificate, [this](TestTLSConnection& connection) { Serve(connection); }) {}
+
+    ~ServiceServer() { Release(); }
 
     /// A whole reply with this body.
     static std::string Ok(const std::string& body) {
@@ -43,8 +46,22 @@ public:
     TempFolder& GetApplicationFolder() { return m_trust.GetFolder(); }
     /// Called before each reply.
     std::function<void()> beforeReply;
-    /// Called with its path before anything is sent.
-    std::function<void(const std::string& path)> beforeFile;
+    /// Requests whose path holds this text, not empty, get no reply until Release.
+    void Hold(const std::string& part) {
+        const std::lock_guard<std::mutex> guard(m_lock);
+        m_held = part;
+    }
+    void Release() {
+        const std::lock_guard<std::mutex> guard(m_lock);
+        m_held.clear();
+        m_isHolding = false; // even if the next Hold comes before the request wakes
+        m_released.notify_all();
+    }
+    /// Whether a request waits for Release.
+    bool IsHolding() const {
+        const std::lock_guard<std::mutex> guard(m_lock);
+        return m_isHolding;
+    }
 
     std::string GetBase() const {
         return "https://localhost:" + std::to_string(m_server.GetAddress().GetPort()) + "/";
@@ -70,11 +87,10 @@ private:
         std::string reply;
         const size_t start = request.find(' ') + 1;
         const std::string path = request.substr(start, request.find(' ', start) - start);
-        if (beforeFile) {
-            beforeFile(path);
-        }
         {
-            const std::lock_guard<std::mutex> guard(m_lock);
+            std::unique_lock<std::mutex> guard(m_lock);
+            m_isHolding = !m_held.empty() && path.find(m_held) != std::string::npos;
+            m_released.wait(guard, [this] { return !m_isHolding; });
             m_requests += (m_requests.empty() ? "" : "\n") + request.substr(0, request.find('\r'));
             const auto file = m_files.find(path);
             reply = file != m_files.end() ? Ok(file->second)
@@ -89,6 +105,9 @@ private:
     TestCertificate m_certificate;
     TrustFolder m_trust;
     mutable std::mutex m_lock;
+    std::condition_variable m_released;
+    std::string m_held;
+    bool m_isHolding = false;
     std::string m_streamCheck;
     std::string m_streamFile;
     std::string m_requests;

@@ -23,7 +23,7 @@ protected:
                  if (m_isSlow && std::exchange(seen, printed.size()) != printed.size()) {
                      CXSleep(250); // meanwhile a task asks its next question
                  }
-                 return m_interrupted.load();
+                 return m_server.IsHolding();
              },
              [this] { return m_user.IsIdle(); }, isTerminal, std::move(answers)});
         CXTaskHost::GetCurrent()->AddTask(&run);
@@ -34,7 +34,6 @@ protected:
         m_user.SetSheetReader(nullptr);
         return printed;
     }
-    std::atomic<bool> m_interrupted{false};
     bool m_isSlow = false;
 };
 
@@ -106,19 +105,13 @@ TEST_F(HeadlessRun, AnUninstallThatIsRefusedLeavesTheRegistry) {
 TEST_F(HeadlessRun, AnInterruptUndoesTheWork) {
     Configure("");
     FileReply("patch");
-    CXEvent mayReply;
-    m_server.beforeFile = [&](const std::string& path) {
-        if (path == "/patch.bin") {
-            m_interrupted = true; // read by the main thread at its next step, or the one after
-            mayReply.Wait(20000);
-        }
-    };
+    m_server.Hold("/patch.bin");
     VelPatchSettings settings;
     settings.patchControlFile = (m_server.GetBase() + "patch.txt").c_str();
     settings.patchDataFile = (m_server.GetBase() + "patch.bin").c_str();
     SaveSettings(settings, "com.example.quay", m_folder.Path("game"));
     const std::string printed = Run(true);
-    mayReply.Set();
+    m_server.Release();
     EXPECT_EQ(printed.find("complete"), std::string::npos) << printed;
     EXPECT_EQ(ReadTarget(), m_old);
 }

@@ -2,7 +2,10 @@
 #include "tests/app/WizardFixture.h"
 
 #include "app/VelPatchWindowTargetPage.h"
+#include "core/CXTime.h"
 #include "tests/support/FaultFileDriver.h"
+
+#include <thread>
 
 namespace {
 
@@ -297,12 +300,7 @@ TEST_F(WizardRuns, AWindowThatWaitsForTheServiceClosesAtOnce) {
     Configure("");
     for (const std::string script : {"rollstockstreamcheck", "getstreamfile"}) {
         SCOPED_TRACE(script);
-        CXEvent mayReply;
-        m_server.beforeFile = [&](const std::string& path) {
-            if (path.find(script) != std::string::npos) {
-                mayReply.Wait(20000);
-            }
-        };
+        m_server.Hold(script);
         Reply(StreamReply(), "good 1");
         m_found = m_folder.Path("game");
         OpenWizard();
@@ -313,7 +311,7 @@ TEST_F(WizardRuns, AWindowThatWaitsForTheServiceClosesAtOnce) {
             Play({"off user", "off password"});
         }
         Play({"see Spinner", "off next", "off back", "close", "end"});
-        mayReply.Set();
+        m_server.Release();
         EXPECT_EQ(Saved(), script == "getstreamfile" ? "anna|pw|42|Main" : "|||");
     }
 }
@@ -452,37 +450,37 @@ TEST_F(WizardRuns, AWindowClosedInMidWorkLeavesTheTargetAsItWas) {
     const std::string kAsk = "see Cancel patch attempt and revert changes?";
     const struct {
         const char* what;
-        bool isControlMissing;
+        std::string held; // by the service
         Acts acts;
     } kCases[] = {
-        {"cancel while reading", false, {kReading, "press $velpatch_cancel", "end"}},
-        {"close while loading", false, {kDownload, "close", kAsk, "press Quit", "end"}},
-        {"cancel while loading", false, {kDownload, "press $velpatch_cancel", "end"}},
-        {"close at a prompt", true, {kPrompt, "close", kAsk, "press Quit", "end"}},
-        {"cancel at a prompt", true, {kPrompt, "press $velpatch_cancel", "end"}},
+        {"cancel while reading", "/patch.txt", {kReading, "press $velpatch_cancel", "end"}},
+        {"close while loading", "/patch.bin", {kDownload, "close", kAsk, "press Quit", "end"}},
+        {"cancel while loading", "/patch.bin", {kDownload, "press $velpatch_cancel", "end"}},
+        {"close at a prompt", "/none.bin", {kPrompt, "close", kAsk, "press Quit", "end"}},
+        {"cancel at a prompt", "/none.bin", {kPrompt, "press $velpatch_cancel", "end"}},
     };
     for (const auto& one : kCases) {
         SCOPED_TRACE(one.what);
-        CXEvent mayReply;
-        const bool isReading = one.acts[0] == kReading;
-        m_server.beforeFile = [&mayReply, isReading](const std::string& path) {
-            if (path == "/patch.bin") {
-                mayReply.Wait(20000);
-            } else if (isReading) {
-                mayReply.Wait(500); // nothing stops the reading of so small a file
-            }
-        };
+        m_server.Hold(one.held);
         m_server.SetReplies("", "");
         VelPatchSettings settings;
         settings.patchControlFile =
-            (m_server.GetBase() + (one.isControlMissing ? "none.txt" : "patch.txt")).c_str();
+            (m_server.GetBase() + (one.acts[0] == kPrompt ? "none.txt" : "patch.txt")).c_str();
         settings.patchDataFile = (m_server.GetBase() + "patch.bin").c_str();
         SaveSettings(settings, "com.example.quay", m_folder.Path("game"));
         GetProcessSettings().target = m_folder.Path("game");
         GetProcessSettings().startImmediately = true;
         OpenWizard();
-        Play(one.acts);
-        mayReply.Set();
+        Play({one.acts[0]});
+        std::thread service([&] {
+            CXSleep(300);
+            if (one.acts[0] == kReading) { // which is not cut short, since the file is small
+                m_server.Release();
+            }
+        });
+        Play({one.acts.begin() + 1, one.acts.end()});
+        service.join();
+        m_server.Release();
         EXPECT_EQ(ReadTarget(), m_old);
         EXPECT_EQ(m_folder.Tree("temp").size(), 1U) << "the log alone stays";
     }
