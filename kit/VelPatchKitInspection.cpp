@@ -279,8 +279,8 @@ int CompleteChecksums(const InspectionOptions& options, VelPatchConsole& console
         return kKitStopped;
     }
     if (result != kCXResultOK) {
-        console.Complain(CXString::Format("'%s' is damaged, or of another patch; inspect tells more",
-                                          path.GetData()));
+        console.Complain(CXString::Format(
+            "'%s' is damaged, or of another patch; inspect tells more", path.GetData()));
         return kKitUsage;
     }
     return kKitDone;

@@ -71,10 +71,14 @@ void PutSummary(const VelPatchMaker& maker, bool isJson, VelPatchConsole& consol
     const struct {
         const char* name;
         uint64_t number;
-    } numbers[] = {{"data-bytes", summary.dataSize},       {"control-bytes", summary.controlSize},
-                   {"inflated-bytes", summary.rawSize},    {"new-bytes", summary.newSize},
-                   {"creates", summary.creates},           {"edits", summary.edits},
-                   {"moves", summary.moves},               {"deletes", summary.deletes},
+    } numbers[] = {{"data-bytes", summary.dataSize},
+                   {"control-bytes", summary.controlSize},
+                   {"inflated-bytes", summary.rawSize},
+                   {"new-bytes", summary.newSize},
+                   {"creates", summary.creates},
+                   {"edits", summary.edits},
+                   {"moves", summary.moves},
+                   {"deletes", summary.deletes},
                    {"folders", summary.folders}};
     if (!isJson) {
         console.PutData("control", maker.GetControlPath());

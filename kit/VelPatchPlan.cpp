@@ -140,8 +140,7 @@ bool VelPatchPlan::CheckNewNames(CXString& problem) {
         }
         if (!CXFileSystem::IsValidFileName(entries[i].GetName()) ||
             !IsSafeOperationPath(path, true)) {
-            problem =
-                CXString::Format("'%s' is a name that Windows doesn't allow", path.GetData());
+            problem = CXString::Format("'%s' is a name that Windows doesn't allow", path.GetData());
             return false;
         }
     }
@@ -253,8 +252,7 @@ bool VelPatchPlan::SketchNewFiles(unsigned workers, const Tick& tick, CXString& 
     }
     for (size_t i = 0; i < entries.size(); i++) {
         if (isUnreadable[i] != 0) {
-            problem =
-                CXString::Format("'%s' can't be read", m_new->GetFullPath(i).GetData());
+            problem = CXString::Format("'%s' can't be read", m_new->GetFullPath(i).GetData());
             return false;
         }
     }

@@ -11,8 +11,8 @@
 struct VelPatchTreeEntry {
     CXString path; ///< relative to the tree, "/" as separator
     bool isFolder = false;
-    uint64_t size = 0; ///< bytes; 0 for a folder
-    uint32_t mode = 0; ///< POSIX permission bits; 0 where the system has none
+    uint64_t size = 0;    ///< bytes; 0 for a folder
+    uint32_t mode = 0;    ///< POSIX permission bits; 0 where the system has none
     int64_t modified = 0; ///< ms since the Unix epoch
 
     /// "posix:%04o", or empty where the system has no such bits.
