@@ -163,6 +163,7 @@ class Job:
 
     def __call__(self):
         scratch = tempfile.mkdtemp(prefix="velpatch-test-")
+        os.chmod(scratch, 0o711)  # some tests let another user work below it
         try:
             env = self.build.env(scratch)
             env.update(self.environment)
