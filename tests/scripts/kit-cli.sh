@@ -96,6 +96,9 @@ kit 0 join discs joined --control patch/patch-control.txt
 cmp -s joined patch/patch-data.bin || fail "the joined file differs"
 kit 0 inspect patch/patch-control.txt discs
 kit 2 split patch/patch-data.bin discs --size 5X
+kit 2 join discs discs/patch-1.bin
+kit 2 join missing-folder unmade
+kit 2 inspect patch/patch-control.txt missing.bin
 head -c 40 patch/patch-data.bin >discs/patch-2.bin
 kit 1 join discs unmade
 kit 1 inspect patch/patch-control.txt discs
