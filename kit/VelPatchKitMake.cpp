@@ -164,6 +164,7 @@ void DefineMake(CLI::App& app, std::vector<VelPatchKitCommand>& commands) {
                      "stands for a part of a name, ** for folders too; without a slash it is held "
                      "against names in every folder")
         ->expected(1)
+        ->allow_extra_args(false) // or it would take the folders behind it
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     make->add_option("--level", options->level, "Compression, 1 (fast) to 9 (small)")
         ->check(CLI::Range(1, 9))

@@ -79,6 +79,14 @@ same new target
 kit 1 apply patch/patch-control.txt target
 same new target
 
+# Options that may be given again leave what follows them alone.
+kit 0 make --ignore '*.bak' old new patch
+if [ -z "${VELPATCH_RUN:-}" ]; then
+    code=0
+    "$build/bin/velpatch-kit" -q inspect patch/patch-control.txt --json >/dev/full 2>err || code=$?
+    [ "$code" = 1 ] || fail "results that are lost gave exit code $code"
+fi
+
 # What the patch does, and whether the target is as it should be before and after.
 kit 0 inspect patch/patch-control.txt patch/patch-data.bin
 gives '^download-bytes	[1-9]'
