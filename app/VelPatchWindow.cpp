@@ -132,6 +132,11 @@ bool VelPatchWindow::SetTarget(const CXString& path) {
 }
 
 CXString VelPatchWindow::GetProductName() const {
+    const CXString& name = m_configuration.productName;
+    return name.IsEmpty() ? m_configuration.installationFolderName : name;
+}
+
+CXString VelPatchWindow::GetInstalledName() const {
     const CXString name = m_services.readDisplayName(m_configuration);
     return name.IsEmpty() ? m_configuration.installationFolderName : name;
 }

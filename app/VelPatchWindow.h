@@ -46,8 +46,10 @@ public:
     void ShowPage(int32_t index);
     /// To the next (+1) or previous (-1) page that this run uses.
     void Step(int32_t direction);
-    /// What the user knows the product by.
+    /// What the configuration calls the product, or else its folder.
     CXString GetProductName() const;
+    /// What the system's list of installed programs calls it, or else its folder.
+    CXString GetInstalledName() const;
 
 private:
     void AddPictures();

@@ -14,6 +14,7 @@ struct VelPatchConfiguration {
     CXString bundleId;
     CXString installationId;
     CXString serviceBase; ///< see ServiceBaseOf
+    CXString productName; ///< what the user calls it; may be empty
     CXString installationFolderName;
     CXString anchorChecksum; ///< the one build that an offline patch accepts
     CXString offlineDescription;

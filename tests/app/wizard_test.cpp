@@ -341,6 +341,24 @@ TEST_F(WizardRuns, APromptIsAnsweredAndAClosedWindowRevertsTheWork) {
     EXPECT_EQ(ReadTarget(), m_new);
 }
 
+TEST_F(WizardRuns, AnUninstallNamesTheProductAndAsksAboutWhatItCannotDelete) {
+    m_found = m_folder.Path("game");
+    GetProcessSettings().uninstall = true;
+    SetLocalisedString("$velpatch_welcome_uninstall", "Removes $1");
+    m_services.readDisplayName = [](const VelPatchConfiguration&) {
+        return CXString("The list's");
+    };
+    m_services.relaunchIfNeeded = [this](const CXString&, bool) {
+        m_folder.Remove("game"); // under the hands of the task
+        return m_relaunch;
+    };
+    SetUninstallRetryPause(1500); // in which the heading can be read
+    Configure("product-name \" Quay Two\"\n");
+    OpenWizard();
+    Play({"see Removes The list's", "press next", "press next", "see Uninstalling Quay Two",
+          "see Failed to delete some files.", "see Result -", "press $velpatch_cancel", "end"});
+}
+
 TEST_F(WizardRuns, AWindowClosedInMidWorkLeavesTheTargetAsItWas) {
     Configure("");
     const std::string reply = FileReply("patch");
