@@ -21,11 +21,6 @@ namespace {
     std::_Exit(exitCode);
 }
 
-void SayThereIsNoWindow() {
-    std::fputs("velpatch: this build has no window yet; --checkforpatch works without one\n",
-               stderr);
-}
-
 } // namespace
 
 int RunVelPatch(const VelPatchArguments& arguments, const VelPatchEntryHooks& hooks) {
@@ -40,12 +35,7 @@ int RunVelPatch(const VelPatchArguments& arguments, const VelPatchEntryHooks& ho
         CXFileSystem::SetCurrentDirectory(CXFileSystem::GetApplicationFolder());
         CXInstallCrashHandler();
         LoadApplicationConfiguration();
-        if (hooks.runApplication) {
-            hooks.runApplication();
-        } else {
-            SayThereIsNoWindow();
-        }
-        VelPatchEntryPlatform::StopWindowServices();
+        hooks.runApplication();
     }
     CXRuntime::Stop();
     return GetProcessSettings().exitCode;

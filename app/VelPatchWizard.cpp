@@ -3,6 +3,7 @@
 #include "app/VelPatchApp.h"
 #include "app/VelPatchConsole.h"
 #include "app/VelPatchElevation.h"
+#include "app/VelPatchEntry.h"
 #include "app/VelPatchHeadlessRun.h"
 #include "app/VelPatchRunApplication.h"
 #include "app/config/VelPatchProcessSettings.h"
@@ -64,7 +65,8 @@ void RunVelPatchWizard() {
                                 app = made.get();
                                 return made;
                             },
-                            [&app] { return app != nullptr && app->IsLeaving(); }});
+                            [&app] { return app != nullptr && app->IsLeaving(); },
+                            VelPatchEntryPlatform::StopWindowServices});
     if (run != nullptr) {
         VelPatchElevation::WaitForStarted();
     }

@@ -79,10 +79,15 @@ TEST(RunApplication, ClearsAwayInOrder) {
     GetProcessSettings().quitRequested = false;
     auto backend = std::make_unique<HeadlessBackend>();
     HeadlessBackend& user = *backend;
-    RunVelPatchApplication(
-        {std::move(backend), [&user] { return std::make_unique<TracingApplication>(user); }, {}});
+    RunVelPatchApplication({std::move(backend),
+                            [&user] { return std::make_unique<TracingApplication>(user); },
+                            {},
+                            [] {
+                                s_events.emplace_back(UIService::Get() != nullptr ? "system's part"
+                                                                                  : "too late");
+                            }});
     EXPECT_EQ(s_events, (Names{"two ForceClose", "one ForceClose", "two gone", "one gone",
-                               "application gone"}));
+                               "application gone", "system's part"}));
     EXPECT_EQ(CXWorkerHost::GetExisting(), nullptr);
     EXPECT_EQ(UIService::Get(), nullptr);
     GetProcessSettings().quitRequested = false;
