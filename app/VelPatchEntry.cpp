@@ -11,6 +11,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <utility>
 
 namespace {
 
@@ -35,7 +36,14 @@ int RunVelPatch(const VelPatchArguments& arguments, const VelPatchEntryHooks& ho
         CXFileSystem::SetCurrentDirectory(CXFileSystem::GetApplicationFolder());
         CXInstallCrashHandler();
         LoadApplicationConfiguration();
-        hooks.runApplication();
+        bool isStopped = false;
+        const auto stopWindowServices = [&isStopped] {
+            if (!std::exchange(isStopped, true)) {
+                VelPatchEntryPlatform::StopWindowServices();
+            }
+        };
+        hooks.runApplication(stopWindowServices);
+        stopWindowServices();
     }
     CXRuntime::Stop();
     return GetProcessSettings().exitCode;

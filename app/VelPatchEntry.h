@@ -15,10 +15,11 @@ struct VelPatchArguments {
 
 /// What a run with a window is made of.
 struct VelPatchEntryHooks {
-    /// Makes the application object, runs the main loop to its end, closes what is open, clears
-    /// away the application object, and stops the window services. Called on the main thread, when
-    /// the configuration and its texts are loaded. Always set.
-    std::function<void()> runApplication;
+    /// Makes the application object, runs the main loop to its end, closes what is open and clears
+    /// away the application object. Called on the main thread, when the configuration and its
+    /// texts are loaded; must be set. It calls `stopWindowServices` once no window is left, or
+    /// leaves that to the end of the run.
+    std::function<void(const std::function<void()>& stopWindowServices)> runApplication;
 };
 
 /// Runs the program on the calling thread, which becomes the main one:

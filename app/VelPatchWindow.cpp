@@ -131,9 +131,9 @@ bool VelPatchWindow::SetTarget(const CXString& path) {
     return ApplyConfigurationToWindow();
 }
 
-CXString VelPatchWindow::GetProductName() const {
-    const CXString& name = m_configuration.productName;
-    return name.IsEmpty() ? m_configuration.installationFolderName : name;
+const CXString& VelPatchWindow::GetProductName() const {
+    return m_configuration.productName.IsEmpty() ? m_configuration.installationFolderName
+                                                 : m_configuration.productName;
 }
 
 CXString VelPatchWindow::GetInstalledName() const {

@@ -46,9 +46,9 @@ public:
     void ShowPage(int32_t index);
     /// To the next (+1) or previous (-1) page that this run uses.
     void Step(int32_t direction);
-    /// What the configuration calls the product, or else its folder.
-    CXString GetProductName() const;
-    /// What the system's list of installed programs calls it, or else its folder.
+    /// What the product calls itself; without a name, its folder's.
+    const CXString& GetProductName() const;
+    /// What the system knows the installed product by; without an entry, its folder's name.
     CXString GetInstalledName() const;
 
 private:

@@ -3,7 +3,6 @@
 #include "app/VelPatchApp.h"
 #include "app/VelPatchConsole.h"
 #include "app/VelPatchElevation.h"
-#include "app/VelPatchEntry.h"
 #include "app/VelPatchHeadlessRun.h"
 #include "app/VelPatchRunApplication.h"
 #include "app/config/VelPatchProcessSettings.h"
@@ -35,7 +34,7 @@ std::unique_ptr<HeadlessBackend> MakeHeadlessBackend() {
 
 } // namespace
 
-void RunVelPatchWizard() {
+void RunVelPatchWizard(const std::function<void()>& stopWindowServices) {
     VelPatchApp* app = nullptr;
     std::unique_ptr<UIBackend> backend = UIMakeNativeBackend();
     std::unique_ptr<VelPatchHeadlessRun> run;
@@ -58,15 +57,14 @@ void RunVelPatchWizard() {
         VelPatchConsole::CatchInterrupts();
         CXTaskHost::GetCurrent()->AddTask(run.get());
     }
-    RunVelPatchApplication({std::move(backend),
-                            [&app] {
-                                auto made = std::make_unique<VelPatchApp>(
-                                    VelPatchWizardServices::OfTheSystem());
-                                app = made.get();
-                                return made;
-                            },
-                            [&app] { return app != nullptr && app->IsLeaving(); },
-                            VelPatchEntryPlatform::StopWindowServices});
+    RunVelPatchApplication(
+        {std::move(backend),
+         [&app] {
+             auto made = std::make_unique<VelPatchApp>(VelPatchWizardServices::OfTheSystem());
+             app = made.get();
+             return made;
+         },
+         [&app] { return app != nullptr && app->IsLeaving(); }, stopWindowServices});
     if (run != nullptr) {
         VelPatchElevation::WaitForStarted();
     }

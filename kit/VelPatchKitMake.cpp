@@ -12,6 +12,7 @@
 #include <CLI/CLI.hpp>
 
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <memory>
 
@@ -40,9 +41,9 @@ public:
         if (fraction <= 0 || seconds < 1) {
             return CXString();
         }
-        const auto left = static_cast<uint64_t>(seconds / fraction * (1 - fraction) + 0.5);
-        const CXString time = left < 60 ? CXString::Format("%d s left", left)
-                                        : CXString::Format("%d min left", (left + 59) / 60);
+        const auto left = static_cast<uint64_t>(std::lround(seconds / fraction * (1 - fraction)));
+        CXString time = left < 60 ? CXString::Format("%d s left", left)
+                                  : CXString::Format("%d min left", (left + 59) / 60);
         if (bytes == 0) {
             return time;
         }

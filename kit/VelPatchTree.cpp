@@ -172,7 +172,7 @@ CXString VelPatchTree::FindChanged() const {
         if (m_entries[i].isFolder) {
             continue;
         }
-        const CXString full = GetFullPath(i);
+        CXString full = GetFullPath(i);
         if (CXFileSystem::GetAttributes(full, false, attributes) != kCXResultOK ||
             attributes.size != m_entries[i].size || attributes.modified != m_entries[i].modified) {
             return full;

@@ -33,6 +33,7 @@ CASE_ENDED = re.compile(r"^\[ *(OK|FAILED|SKIPPED) *\] ([^ ,]+\.[^ ,]+)(?:, wher
                         re.M)
 CASE_BEGAN = re.compile(r"^\[ RUN      \] (\S+)", re.M)
 CASES_CHOSEN = re.compile(r"^\[==========\] Running (\d+) tests?", re.M)
+WINE_FAILED = re.compile(r"^wine client error:", re.M)
 
 
 class Report:
@@ -168,6 +169,8 @@ class Job:
             env = self.build.env(scratch)
             env.update(self.environment)
             code, output, late = run(self.build.prefix + self.command, self.timeout, env)
+            if code and WINE_FAILED.search(output):  # its server hung up on the program
+                code, output, late = run(self.build.prefix + self.command, self.timeout, env)
         finally:
             shutil.rmtree(scratch, ignore_errors=True)
         if late:

@@ -12,9 +12,9 @@ struct VelPatchConfiguration {
     CXString targetPath;
     CXString anchorFile; ///< file, relative to the target, whose checksum names the build
     CXString bundleId;
+    CXString productName; ///< as the window's title shows it
     CXString installationId;
     CXString serviceBase; ///< see ServiceBaseOf
-    CXString productName; ///< what the user calls it; may be empty
     CXString installationFolderName;
     CXString anchorChecksum; ///< the one build that an offline patch accepts
     CXString offlineDescription;

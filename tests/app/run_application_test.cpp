@@ -83,11 +83,12 @@ TEST(RunApplication, ClearsAwayInOrder) {
                             [&user] { return std::make_unique<TracingApplication>(user); },
                             {},
                             [] {
-                                s_events.emplace_back(UIService::Get() != nullptr ? "system's part"
-                                                                                  : "too late");
+                                EXPECT_EQ(CXWorkerHost::GetExisting(), nullptr);
+                                EXPECT_NE(UIService::Get(), nullptr);
+                                s_events.emplace_back("window services gone");
                             }});
     EXPECT_EQ(s_events, (Names{"two ForceClose", "one ForceClose", "two gone", "one gone",
-                               "application gone", "system's part"}));
+                               "application gone", "window services gone"}));
     EXPECT_EQ(CXWorkerHost::GetExisting(), nullptr);
     EXPECT_EQ(UIService::Get(), nullptr);
     GetProcessSettings().quitRequested = false;

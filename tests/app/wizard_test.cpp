@@ -198,6 +198,21 @@ TEST_F(WizardRuns, RunsThatAskNoService) {
     EXPECT_FALSE(m_folder.Has("game/old.txt"));
 }
 
+TEST_F(WizardRuns, AnUninstallCallsTheProductByItsOwnName) {
+    for (const char* name : {"", "Quay Sails"}) {
+        Configure("product-name \"" + std::string(name) + "\"\ninstallation-folder-name Q\n");
+        SetLocalisedString("$velpatch_welcome_uninstall", "Removes $1");
+        GetProcessSettings().uninstall = true;
+        m_found = m_folder.Path("none");
+        OpenWizard();
+        Play({"see Removes Quay", "press next", "press next", "see Failed to delete some files."});
+        EXPECT_EQ(PatchPage()->GetStatus().statusText,
+                  CXString::Format("Uninstalling%s", *name == 0 ? "Q" : name));
+        Play({"press $velpatch_cancel", "end"});
+        EXPECT_EQ(TakeNotes(), Notes{"relaunch?"});
+    }
+}
+
 TEST_F(WizardRuns, SetStreamEndsBehindTheStreamPage) {
     Configure("");
     Reply(StreamReply(), "");
@@ -339,24 +354,6 @@ TEST_F(WizardRuns, APromptIsAnsweredAndAClosedWindowRevertsTheWork) {
     WriteData("patch.txt", control);
     Play({"press retry", "see $velpatch_operation_complete", "close", "end"});
     EXPECT_EQ(ReadTarget(), m_new);
-}
-
-TEST_F(WizardRuns, AnUninstallNamesTheProductAndAsksAboutWhatItCannotDelete) {
-    m_found = m_folder.Path("game");
-    GetProcessSettings().uninstall = true;
-    SetLocalisedString("$velpatch_welcome_uninstall", "Removes $1");
-    m_services.readDisplayName = [](const VelPatchConfiguration&) {
-        return CXString("The list's");
-    };
-    m_services.relaunchIfNeeded = [this](const CXString&, bool) {
-        m_folder.Remove("game"); // under the hands of the task
-        return m_relaunch;
-    };
-    SetUninstallRetryPause(1500); // in which the heading can be read
-    Configure("product-name \" Quay Two\"\n");
-    OpenWizard();
-    Play({"see Removes The list's", "press next", "press next", "see Uninstalling Quay Two",
-          "see Failed to delete some files.", "see Result -", "press $velpatch_cancel", "end"});
 }
 
 TEST_F(WizardRuns, AWindowClosedInMidWorkLeavesTheTargetAsItWas) {

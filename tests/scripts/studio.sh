@@ -63,7 +63,9 @@ done
 wrong verify --after out/patch-control.txt spoilt
 [ "$(grep -c "^wrong	.*	has the checksum" answer)" = 2 ]
 cp out/patch-data.bin damaged.bin
-wrong verify --after --data joined-missing.bin out/patch-control.txt player
+velpatch-kit verify --after --data missing.bin out/patch-control.txt player >/dev/null 2>words &&
+    exit 1
+[ $? = 2 ] && grep -q "missing.bin" words
 printf 'oops' | dd of=damaged.bin bs=1 seek=20000 conv=notrunc 2>/dev/null
 wrong inspect out/patch-control.txt damaged.bin
 grep -q "byte [0-9]* of '.*/damaged.bin', byte [0-9]* inflated, operation [0-9]* (" words
