@@ -294,7 +294,7 @@ def patch_online(service):
 
 def fail_offline():
     """A file of the game is damaged, deep down in folders: said in words, and nothing changes."""
-    target = WORK / "/".join(["a-folder-whose-name-has-no-blank-at-which-a-line-could-end"] * 3)
+    target = WORK / "/".join(["AFolderWhoseNameHasNothingAtWhichALineCouldEndThoughItIsLongerThanAnyLine"] * 3)
     shutil.copytree(WORK / "game/build1", target)
     anchor = hashlib.md5((target / "RSNE.exe").read_bytes()).hexdigest()
     program = ship(WORK / "patcher", OFFLINE, 'patch-control-file "control.txt"\n'

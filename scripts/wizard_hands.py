@@ -138,7 +138,7 @@ class GtkHands(Hands):
 
 
 class WineHands(Hands):
-    suffix, separator, backdrop = ".exe", "\\", "#005d90"
+    suffix, separator, backdrop = ".exe", "\\", "#256F95"
     language_of_installer = {
         "locale": "en_US", "welcome": "Welcome to", "next": "Next", "agree": "I Agree",
         "target": "Rowan Sails will be installed", "exists": "This folder exists already",
