@@ -24,6 +24,7 @@ OUT = pathlib.Path(sys.argv[4]) if len(sys.argv) > 4 else None
 HANDS = wizard_hands.make(SYSTEM, WORK)
 USER, PASSWORD = "skipper@example.com", "wind & tide"
 PRODUCT = "Rowan Sails"
+BACKGROUND = "#8090a0"  # of pictures, as in screens
 TARGET = WORK / PRODUCT
 OFFLINE = ("patch-control-file", "patch-data-file", "patch-anchor-checksum")
 SHIPPED = ["velpatch" + HANDS.suffix] + [f"data/{path.name}" for path in (ROOT / "data").iterdir()]
@@ -150,7 +151,8 @@ def shoot(name):
         if now == before:
             break
         before = now
-    subprocess.run(["mogrify", "-fuzz", "1%", "-bordercolor", HANDS.backdrop, "-border", "1",
+    # The desktop behind gets the colour of the page that the pictures are put on.
+    subprocess.run(["mogrify", "-fuzz", "1%", "-fill", BACKGROUND, "-draw", "color 0,0 floodfill",
                     "-trim", "+repage", str(file)], check=True)
 
 

@@ -45,7 +45,7 @@ class Hands:
 
 
 class GtkHands(Hands):
-    suffix, separator, backdrop = "", "/", "black"
+    suffix, separator = "", "/"
     language_of_installer = {
         "locale": "de_DE", "welcome": "Willkommen bei", "next": "Weiter", "agree": "Ich stimme zu",
         "target": "Rowan Sails wird in diesem Ordner", "exists": "Diesen Ordner gibt es schon",
@@ -138,7 +138,7 @@ class GtkHands(Hands):
 
 
 class WineHands(Hands):
-    suffix, separator, backdrop = ".exe", "\\", "#256F95"
+    suffix, separator = ".exe", "\\"
     language_of_installer = {
         "locale": "en_US", "welcome": "Welcome to", "next": "Next", "agree": "I Agree",
         "target": "Rowan Sails will be installed", "exists": "This folder exists already",
