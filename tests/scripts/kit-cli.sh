@@ -136,9 +136,18 @@ same new deep/inside/target
 kit 2 uninstall deep/inside/target
 says 'say --yes'
 same new deep/inside/target
+# With it go the shortcuts on its list, and nothing that a link in it leads to.
+mkdir beside
+touch menu.lnk beside/dear
+entry=$folder/menu.lnk
+printf '\0\0\0\0%b%s' "\\0$(printf %o ${#entry})" "$entry" >deep/inside/target/uninstall.dat
+# Wine shows a link of this system as a plain folder.
+[ -n "${VELPATCH_RUN:-}" ] || ln -s ../../../beside deep/inside/target/out
 kit 0 uninstall --yes deep/inside/target
 says 'The game is gone'
 [ ! -e deep/inside/target ] || fail "the game is still there"
+[ ! -e menu.lnk ] || fail "the shortcut is still there"
+[ -e beside/dear ] || fail "a link was followed"
 [ -d deep/inside ] || fail "too much went"
 kit 2 uninstall --yes deep/inside/target
 kit 2 uninstall --yes /
