@@ -355,6 +355,9 @@ try:
     patch_online(started)
     fail_offline()
     uninstall(shortcuts)
+except SystemExit:
+    print(f"running: {HANDS.programs()}\nsaid: {HANDS.said()}")
+    raise
 finally:
     started.server.stop()
     HANDS.close()
