@@ -96,8 +96,7 @@ void VelPatchDataWriter::Append(std::span<const uint8_t> bytes) {
         }
         const size_t room = kBatch - (m_pending.size() - m_windowSize);
         const std::span<const uint8_t> part = bytes.first(std::min(room, bytes.size()));
-        m_adler = static_cast<uint32_t>(
-            adler32_z(m_adler, part.data(), part.size()));
+        m_adler = static_cast<uint32_t>(adler32_z(m_adler, part.data(), part.size()));
         m_pending.insert(m_pending.end(), part.begin(), part.end());
         bytes = bytes.subspan(part.size());
     }

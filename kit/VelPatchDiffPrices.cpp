@@ -23,13 +23,15 @@ constexpr double kLeastFactor = 0.25;
 
 /// A number below kSmall by itself, a larger one by its size.
 size_t ClassOf(uint64_t number) {
-    return number < kSmall ? static_cast<size_t>(number)
-                           : static_cast<size_t>(kSmall) + static_cast<size_t>(std::bit_width(number));
+    return number < kSmall
+               ? static_cast<size_t>(number)
+               : static_cast<size_t>(kSmall) + static_cast<size_t>(std::bit_width(number));
 }
 constexpr size_t kClasses = kSmall + 65;
 
 uint32_t ExtraOf(uint64_t number) {
-    return number < kSmall ? 0 : (static_cast<uint32_t>(std::bit_width(number)) - 1) * kUnit * 3 / 4;
+    return number < kSmall ? 0
+                           : (static_cast<uint32_t>(std::bit_width(number)) - 1) * kUnit * 3 / 4;
 }
 
 /// How often each of a set of symbols has come up, and its price.
@@ -110,10 +112,9 @@ private:
             const uint64_t end = i == count ? m_new.size() : m_runs[i].newStart;
             m_gapPrice[i] = LiteralPrice(start, end);
             if (i < count) {
-                m_ownPrice[i] =
-                    m_runs[i].length < kSurelyWorthy
-                        ? LiteralPrice(m_runs[i].newStart, m_runs[i].NewEnd())
-                        : 0;
+                m_ownPrice[i] = m_runs[i].length < kSurelyWorthy
+                                    ? LiteralPrice(m_runs[i].newStart, m_runs[i].NewEnd())
+                                    : 0;
             }
         }
         for (size_t i = 0; i <= count; i++) {
@@ -215,7 +216,7 @@ private:
     std::vector<uint8_t> m_sample;
     Model<256> m_literals;
     Model<kClasses> m_copies;
-    Model<kClasses> m_shifts; ///< skip and length of a replace whose two differ
+    Model<kClasses> m_shifts;    ///< skip and length of a replace whose two differ
     Model<kClasses + 1> m_edits; ///< length of a replace in place; the last: the two differ
     std::vector<uint64_t> m_cost;
     std::vector<uint32_t> m_previous;

@@ -381,6 +381,9 @@ def check_document(test):
             ("p13", "patches/1.0-to-1.2"), ("full", "installations/1.1"),
             ("full3", "installations/1.2"), ("build2", "builds/1.1"), ("build3", "builds/1.2")):
         shutil.copytree(test.folder / source, test.folder / "doc" / folder)
+    (test.folder / "doc/keys").mkdir()
+    for file in ("server.crt", "server.key"):
+        shutil.copy(test.folder / file, test.folder / "doc/keys" / file)
     words = shlex.split(command.replace("\\\n", " "))
     done = subprocess.run([KIT, "publish", "service.txt", "site", "--add-build", *words],
                           cwd=test.folder / "doc", capture_output=True, text=True, check=False)
