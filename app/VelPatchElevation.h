@@ -18,8 +18,9 @@ bool StartElevated(const CXString& program, const CXString& arguments, const CXS
                    bool raise);
 
 /// Waits until the program that StartElevated started last has ended, for runs without a window,
-/// whose caller takes the end of this process for the end of the work. At once if none was started,
-/// and on Windows, where a program that runs can't be replaced.
+/// whose caller takes the end of this process for the end of the work. A request to end this
+/// process (SIGTERM) goes to the program meanwhile. Returns at once if none was started, and on
+/// Windows, where a program that runs can't be replaced.
 void WaitForStarted();
 
 } // namespace VelPatchElevation

@@ -4,7 +4,9 @@
 #include "core/CXFileSystem.h"
 #include "core/CXLog.h"
 
+#include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
@@ -21,15 +23,21 @@ namespace {
 constexpr char kRaiser[] = "pkexec";
 /// How often a look is taken whether the question of the raiser has been answered.
 constexpr std::chrono::milliseconds kAnswerPoll(20);
+/// A new process goes by the name of its parent for a moment, so a raiser that isn't seen at once
+/// is looked for again.
+constexpr int kFirstLooks = 5;
 /// What tells the raised program whose files and whose screen it is for; the raiser itself hands on
 /// the language alone.
 constexpr const char* kHandedOn[] = {"HOME", "XDG_DATA_HOME", "XDG_CONFIG_HOME", "DISPLAY",
                                      "XAUTHORITY"};
 
 /// The program that was started last and hasn't been waited for; 0 for none.
-pid_t& StartedProgram() {
-    static pid_t started = 0;
-    return started;
+std::atomic<pid_t> g_started{0};
+
+/// The one who waits has nothing to end but the program that does the work. What a terminal asks
+/// of it, it asks of the program itself.
+void HandOnSignal(int signal) {
+    kill(g_started, signal);
 }
 
 /// The variables for the raised program, as "NAME=value".
@@ -63,10 +71,11 @@ bool IsRunning(pid_t child, int& status) {
 /// Waits until the raiser has become the program that it was asked for. False if it ended instead.
 bool WaitForAnswer(pid_t child) {
     const std::string name = "/proc/" + std::to_string(child) + "/comm";
+    int looks = kFirstLooks;
     for (;;) {
         int status = 0;
         if (!IsRunning(child, status)) {
-            StartedProgram() = 0;
+            g_started = 0;
             // Its own failures; every other code is that of the program, which was quick.
             const int code = WIFEXITED(status) ? WEXITSTATUS(status) : 127;
             return code != 126 && code != 127;
@@ -74,9 +83,10 @@ bool WaitForAnswer(pid_t child) {
         std::string running;
         std::ifstream file(name);
         std::getline(file, running);
-        // Where other users' programs are hidden there is no answer to wait for.
-        if (running != kRaiser) {
-            return true;
+        if (running == kRaiser) {
+            looks = 0;
+        } else if (--looks < 0) {
+            return true; // also where other users' programs are hidden
         }
         std::this_thread::sleep_for(kAnswerPoll);
     }
@@ -119,13 +129,22 @@ bool VelPatchElevation::StartElevated(const CXString& program, const CXString& a
         CXLogFormat("VelPatchElevation::StartElevated> error %d starting '%s'", error, list[0]);
         return false;
     }
-    StartedProgram() = child;
+    g_started = child;
     return !raise || WaitForAnswer(child);
 }
 
 void VelPatchElevation::WaitForStarted() {
-    int status = 0;
-    while (StartedProgram() != 0 && waitpid(StartedProgram(), &status, 0) < 0 && errno == EINTR) {
+    const pid_t child = g_started;
+    if (child == 0) {
+        return;
     }
-    StartedProgram() = 0;
+    struct sigaction action = {};
+    struct sigaction earlier = {};
+    action.sa_handler = HandOnSignal;
+    sigaction(SIGTERM, &action, &earlier);
+    int status = 0;
+    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    sigaction(SIGTERM, &earlier, nullptr);
+    g_started = 0;
 }

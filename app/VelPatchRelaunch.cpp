@@ -44,7 +44,7 @@ public:
             return CopyFailure(result, m_source, program);
         }
         const CXString data = Beside("data");
-        if (CXFileSystem::Exists(data)) {
+        if (CXFileSystem::IsDirectory(data)) {
             const CXString copy = CXFileSystem::Join(m_folder, "data");
             result = CXFileSystem::CopyDirectory(data, copy);
             if (result != kCXResultOK) {
@@ -183,13 +183,16 @@ VelPatchRelaunchOutcome RelaunchIfNeeded(const CXString& target, bool haveData,
         }
         program = copy.GetPath();
     }
+    // Set while the start is under way: on Windows that may let messages in, and a command line
+    // that the new process hands over then would be taken by the very process that leaves for it.
+    settings.relaunched = true;
     if (!system.StartElevated(program, MakeRelaunchArguments(settings, target, hasCopy),
                               CXFileSystem::GetParent(program), target)) {
+        settings.relaunched = false;
         return {VelPatchRelaunchResult::Failed,
                 CXString::Format("Unable to relaunch '%s' with necessary permissions",
                                  program.GetData())};
     }
-    settings.relaunched = true;
     settings.launchTargetOnExit = false; // the later stage does it
     settings.quitRequested = true;
     return {VelPatchRelaunchResult::Relaunched, CXString()};

@@ -22,12 +22,6 @@ void Remove(const CXString& path, bool isFolder) {
     }
 }
 
-std::vector<CXFileEntry> ListFolder(const CXString& folder) {
-    std::vector<CXFileEntry> entries;
-    CXFileSystem::Enumerate(folder, entries);
-    return entries;
-}
-
 } // namespace
 
 bool VelPatchSelfDelete::IsLibrary(absl::string_view name, bool isWindows) {
@@ -42,7 +36,11 @@ bool VelPatchSelfDelete::Run(const CXString& program, const ShowBox& showBox) {
     const CXString folder = CXFileSystem::GetParent(program);
     const CXString programName = CXFileSystem::GetFileName(program);
     const bool isWindows = CXFileSystem::HasWindowsPaths();
-    for (const CXFileEntry& entry : ListFolder(folder)) {
+    std::vector<CXFileEntry> entries;
+    if (CXFileSystem::Enumerate(folder, entries) != kCXResultOK) {
+        return false; // whose it is can't be said
+    }
+    for (const CXFileEntry& entry : entries) {
         const bool isData = entry.isDirectory && IsSameName(entry.name, "data");
         if (!isData && !IsSameName(entry.name, programName) && !IsLibrary(entry.name, isWindows) &&
             entry.name.GetData()[0] != '.') {
@@ -51,7 +49,7 @@ bool VelPatchSelfDelete::Run(const CXString& program, const ShowBox& showBox) {
         }
     }
     CXFileSystem::DeleteRecursive(CXFileSystem::Join(folder, "data"));
-    for (const CXFileEntry& entry : ListFolder(folder)) {
+    for (const CXFileEntry& entry : entries) {
         if (!IsSameName(entry.name, programName) && IsLibrary(entry.name, isWindows)) {
             Remove(CXFileSystem::Join(folder, entry.name), entry.isDirectory);
         }

@@ -40,10 +40,12 @@ struct VelPatchServiceReply {
     CXString body;
 };
 
+/// Bytes; a reply is a handful of lines.
+inline constexpr uint64_t kLongestServiceReply = 8 << 20;
+
 /// Fetches the address once, on a connection of its own, and waits for the whole reply. Any thread.
 /// While `cancelEvent` (may be null) is set the transfer ends. A body of more than
 /// kLongestServiceReply bytes ends it as well; both give kCXResultCancelled or the result of the
 /// connection that was closed.
-inline constexpr uint64_t kLongestServiceReply = 8 << 20;
 VelPatchServiceReply FetchServiceReply(const CXString& address,
                                        CXGenericEvent* cancelEvent = nullptr);

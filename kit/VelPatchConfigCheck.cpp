@@ -4,6 +4,7 @@
 #include "app/config/VelPatchRegistryEdits.h"
 #include "core/CXFileSystem.h"
 #include "core/CXText.h"
+#include "kit/VelPatchResultText.h"
 #include "net/CXSSLContext.h"
 #include "net/CXTrustFile.h"
 #include "net/CXURI.h"
@@ -85,7 +86,7 @@ void VelPatchConfigCheck::Run() {
     const CXResult loaded = m_document.Load(InFolder(kConfigName));
     if (loaded != kCXResultOK || m_document.GetRoot()->GetChildCount() == 0) {
         Add(true, 0, kConfigName,
-            loaded != kCXResultOK ? CXString::Format("can't be read (result %d)", loaded)
+            loaded != kCXResultOK ? CXString::Format("can't be read: %s", ResultText(loaded))
                                   : CXString("holds nothing"));
         return;
     }
@@ -220,9 +221,9 @@ void VelPatchConfigCheck::CheckShippedData(const CXString& controlPath) {
     const CXResult result = LoadControlFile(CXURI(FileURIOfPath(controlPath)), control);
     if (result != kCXResultOK || control.operations.empty()) {
         AddOfKey(true, "patch-control-file",
-                 result != kCXResultOK
-                     ? CXString::Format("is no control file that can be used (result %d)", result)
-                     : CXString("is a control file without operations"));
+                 result != kCXResultOK ? CXString::Format("is no control file that can be used: %s",
+                                                          ResultText(result))
+                                       : CXString("is a control file without operations"));
         return;
     }
     const CXString name = GetText("patch-data-file");

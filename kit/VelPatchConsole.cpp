@@ -71,7 +71,8 @@ void VelPatchConsole::Complain(const CXString& text) {
     WriteError(CXString::Format("velpatch-kit: %s\n", text.GetData()));
 }
 
-void VelPatchConsole::ShowProgress(const CXString& activity, double fraction) {
+void VelPatchConsole::ShowProgress(const CXString& activity, double fraction,
+                                   const CXString& detail) {
     if (m_options.quiet) {
         return;
     }
@@ -79,8 +80,12 @@ void VelPatchConsole::ShowProgress(const CXString& activity, double fraction) {
         fraction < 0 ? -1 : static_cast<int>(std::lround(std::min(fraction, 1.0) * 100));
     const bool isNew = activity != m_lastActivity;
     if (m_isTerminal) {
-        if (isNew || percent != m_lastPercent) {
-            Draw(activity, percent);
+        if (isNew || percent != m_lastPercent || detail != m_lastDetail) {
+            Draw(detail.IsEmpty()
+                     ? activity
+                     : CXString::Format("%s, %s", activity.GetData(), detail.GetData()),
+                 percent);
+            m_lastDetail = detail;
         }
     } else if (!activity.IsEmpty() && (isNew || percent / 10 > m_lastPercent / 10)) {
         WriteError(percent < 0 ? CXString::Format("%s\n", activity.GetData())

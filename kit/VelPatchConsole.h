@@ -25,8 +25,10 @@ public:
     void Say(const CXString& text);
     void Warn(const CXString& text);
     void Complain(const CXString& text);
-    /// Activity and how far it is: 0 to 1, below 0 not known.
-    void ShowProgress(const CXString& activity, double fraction);
+    /// Activity and how far it is: 0 to 1, below 0 not known. The detail stands behind it on a
+    /// terminal alone.
+    void ShowProgress(const CXString& activity, double fraction,
+                      const CXString& detail = CXString());
     /// Ends the progress line.
     void EndProgress();
     /// A line of data: a name, a tab and a value.
@@ -42,5 +44,6 @@ private:
     bool m_isTerminal;
     bool m_isLineOpen = false; ///< a progress line stands unfinished
     CXString m_lastActivity;
+    CXString m_lastDetail;
     int m_lastPercent = -2;
 };

@@ -1,5 +1,9 @@
 #include "kit/VelPatchDiffer.h"
 
+#include "kit/VelPatchDiffPrices.h"
+#include "kit/VelPatchGapFiller.h"
+#include "kit/VelPatchParallel.h"
+
 #include <algorithm>
 #include <iterator>
 
@@ -14,24 +18,34 @@ struct Level {
     uint64_t mostIndexed; // the step grows so that no more old positions than this are indexed
 };
 constexpr Level kLevels[] = {
-    {32, 12, 1 << 20, UINT32_MAX - 1},
-    {16, 4, 1 << 14, 1 << 23},
+    {16, 8, 1 << 14, 1 << 25},
     {8, 1, 8, 1 << 20},
     {8, 1, 8, 1 << 16},
 };
 
-// What a piece must bring to be worth its own command, in bytes: a copy takes 5 and the next
-// replace 9, of which the compressor leaves about half, and literal bytes cost less than one each.
+// Gaps are shared out among threads where there are so many; into how many shares.
+constexpr size_t kLeastToShare = 4096;
+constexpr size_t kShares = 32;
+// Seeds that grew into less are chance.
 constexpr uint64_t kLeastProfitable = 8;
+// The shortest run that is ever worth a command of its own, and how many runs there may be: one in
+// so many bytes.
+constexpr uint64_t kLeastRun = 3;
+constexpr uint64_t kRunShare = 24;
 
 } // namespace
 
 std::vector<VelPatchMatch> VelPatchDiffer::FindMatches() {
     m_matches.clear();
     m_leastLength = kLeastProfitable;
+    m_mostMatches = std::max<uint64_t>(1 << 20, m_new.size() / 32);
     Align({0, m_old.size(), 0, m_new.size()}, 0);
     DropShort(kLeastProfitable);
-    return std::move(m_matches);
+    std::vector<VelPatchMatch> runs =
+        FillGaps(m_old, m_new, m_matches, kLeastRun, m_new.size() / kRunShare);
+    m_matches = std::vector<VelPatchMatch>();
+    KeepWorthyRuns(runs, m_new);
+    return runs;
 }
 
 void VelPatchDiffer::Align(Region region, size_t level) {
@@ -58,28 +72,59 @@ void VelPatchDiffer::Align(Region region, size_t level) {
         seeding.seedLength = how.seedLength;
         seeding.step = std::max(how.step, static_cast<uint32_t>(oldLength / how.mostIndexed + 1));
         seeding.mostMatches = std::max<uint64_t>(1 << 18, newLength / 64);
+        const std::span<const uint8_t> older = m_old.subspan(region.oldStart, oldLength);
+        const std::span<const uint8_t> newer = m_new.subspan(region.newStart, newLength);
         std::vector<VelPatchMatch> found =
-            FindSeedMatches(m_old.subspan(region.oldStart, oldLength),
-                            m_new.subspan(region.newStart, newLength), seeding);
-        KeepHeaviestChain(found);
-        Region gap = region;
-        for (const VelPatchMatch& each : found) {
-            const VelPatchMatch match = {each.oldStart + region.oldStart,
-                                         each.newStart + region.newStart, each.length};
-            gap.oldEnd = match.oldStart;
-            gap.newEnd = match.newStart;
-            Align(gap, level + 1);
-            Add(match);
-            gap.oldStart = match.OldEnd();
-            gap.newStart = match.NewEnd();
-        }
-        gap.oldEnd = region.oldEnd;
-        gap.newEnd = region.newEnd;
+            FindSeedMatches(older, newer, seeding, level == 0 ? m_workers : 1);
+        KeepHeaviestChain(found, older, newer);
         if (!found.empty() || level + 1 < std::size(kLevels)) {
-            Align(gap, level + 1);
+            AlignGaps(region, found, level + 1);
         }
     }
     Add({region.oldEnd, region.newEnd, suffix});
+}
+
+void VelPatchDiffer::AlignGaps(const Region& region, const std::vector<VelPatchMatch>& found,
+                               size_t level) {
+    const auto alignFrom = [&](VelPatchDiffer& differ, size_t first, size_t last) {
+        Region gap = region;
+        if (first > 0) {
+            gap.oldStart = region.oldStart + found[first - 1].OldEnd();
+            gap.newStart = region.newStart + found[first - 1].NewEnd();
+        }
+        for (size_t i = first; i < last; i++) {
+            const bool isEnd = i == found.size();
+            const VelPatchMatch match =
+                isEnd ? VelPatchMatch{region.oldEnd, region.newEnd, 0}
+                      : VelPatchMatch{region.oldStart + found[i].oldStart,
+                                      region.newStart + found[i].newStart, found[i].length};
+            gap.oldEnd = match.oldStart;
+            gap.newEnd = match.newStart;
+            differ.Align(gap, level);
+            differ.Add(match);
+            gap.oldStart = match.OldEnd();
+            gap.newStart = match.NewEnd();
+        }
+    };
+    if (found.size() < kLeastToShare || level != 1) {
+        alignFrom(*this, 0, found.size() + 1);
+        return;
+    }
+    // Shares of about as many gaps each; their number doesn't depend on that of the threads.
+    std::vector<VelPatchDiffer> shares(kShares, VelPatchDiffer(m_old, m_new));
+    const auto border = [&](size_t share) { return (found.size() + 1) * share / kShares; };
+    const auto align = [&](size_t i) {
+        shares[i].m_leastLength = m_leastLength;
+        shares[i].m_mostMatches = m_mostMatches / kShares;
+        alignFrom(shares[i], border(i), border(i + 1));
+    };
+    RunParallel(kShares, m_workers, align, [](size_t) { return true; });
+    for (VelPatchDiffer& share : shares) {
+        for (const VelPatchMatch& match : share.m_matches) {
+            Add(match);
+        }
+        share.m_matches = std::vector<VelPatchMatch>();
+    }
 }
 
 void VelPatchDiffer::Add(const VelPatchMatch& match) {
@@ -95,7 +140,7 @@ void VelPatchDiffer::Add(const VelPatchMatch& match) {
     }
     // Some contents would give a piece for every few bytes. What the list may hold is a share of
     // the file; beyond it the shortest go.
-    while (m_matches.size() >= std::max<uint64_t>(1 << 20, m_new.size() / 32)) {
+    while (m_matches.size() >= m_mostMatches) {
         m_leastLength *= 2;
         DropShort(m_leastLength);
     }

@@ -10,16 +10,18 @@
 /// Aligns two byte ranges. A diff reads the old file only forwards, so the answer is a chain of
 /// equal pieces that rises in both files; what lies between becomes literal bytes.
 ///
-/// The way: seeds of 32 bytes across both files, grown to whole matches; of these the heaviest
+/// The way: seeds of 16 bytes across both files, grown to whole matches; of these the heaviest
 /// rising chain (sparse dynamic programming over a Fenwick tree, O(m log m)); then the same inside
-/// each gap with seeds of 16 and of 8 bytes; last, pieces that cost more as a command than as
-/// literal bytes are given up. Deterministic. Time is linear but for the chains; memory beside the
-/// two ranges stays below three times the larger one plus some MiB.
+/// each gap with seeds of 8 bytes; then the short runs between the pieces; last, runs that cost
+/// more as a command than as literal bytes are given up. Deterministic, whatever the number of
+/// threads. Time is linear but for the chains; memory beside the two ranges stays below three times
+/// the larger one plus some MiB.
 class VelPatchDiffer {
 public:
     /// The ranges must outlive the object.
-    VelPatchDiffer(std::span<const uint8_t> oldBytes, std::span<const uint8_t> newBytes)
-        : m_old(oldBytes), m_new(newBytes) {}
+    VelPatchDiffer(std::span<const uint8_t> oldBytes, std::span<const uint8_t> newBytes,
+                   unsigned workers = 1)
+        : m_old(oldBytes), m_new(newBytes), m_workers(workers) {}
 
     /// The pieces that both share, rising and disjoint in both ranges, none of length 0.
     std::vector<VelPatchMatch> FindMatches();
@@ -32,6 +34,8 @@ private:
         uint64_t newEnd;
     };
 
+    /// Aligns the gaps between `found`, which is relative to the region, side by side.
+    void AlignGaps(const Region& region, const std::vector<VelPatchMatch>& found, size_t level);
     /// Aligns what lies between two settled pieces; goes at most one level deeper per call.
     void Align(Region region, size_t level);
     /// Adds a piece behind the ones so far; joins it with the last where they touch.
@@ -41,6 +45,8 @@ private:
 
     std::span<const uint8_t> m_old;
     std::span<const uint8_t> m_new;
+    unsigned m_workers;
     std::vector<VelPatchMatch> m_matches;
     uint64_t m_leastLength = 0;
+    uint64_t m_mostMatches = 0;
 };

@@ -6,6 +6,7 @@
 #include "kit/KitPlatform.h"
 #include "kit/VelPatchConsole.h"
 #include "kit/VelPatchKit.h"
+#include "kit/VelPatchResultText.h"
 #include "net/CXAddressMask.h"
 #include "net/CXHTTPConnection.h"
 #include "runtime/CXGenericEvent.h"
@@ -110,8 +111,8 @@ int FetchFile(const VelPatchFetchOptions& options, VelPatchConsole& console) {
     connection.SetProxy(options.proxy);
     CXStreamFile file;
     if (!OpenOutput(options, file)) {
-        console.Complain(CXString::Format("'%s' can't be written (result %d)",
-                                          options.path.GetData(), file.GetLastError()));
+        console.Complain(CXString::Format("'%s' can't be written: %s", options.path.GetData(),
+                                          ResultText(file.GetLastError())));
         return kKitUsage;
     }
 

@@ -1,63 +1,79 @@
 #include "kit/VelPatchFileDiff.h"
 
-#include "kit/VelPatchCountingStream.h"
 #include "kit/VelPatchDiffer.h"
-#include "patch/BinaryDiff.h"
-#include "stream/CXStreamStaticBuffer.h"
+#include "kit/VelPatchResultText.h"
 #include "stream/CXStreamTools.h"
+
+#include <algorithm>
 
 namespace {
 
-CXResult ReadFile(const CXString& path, std::vector<uint8_t>& bytes, CXString& problem) {
-    const CXResult result = ReadWholeFile(path, bytes, SIZE_MAX / 4);
-    if (result != kCXResultOK) {
-        problem = CXString::Format("'%s' can't be read (result %d)", path.GetData(), result);
+void AppendU32(std::vector<uint8_t>& out, uint64_t number) {
+    for (int shift = 24; shift >= 0; shift -= 8) {
+        out.push_back(static_cast<uint8_t>(number >> shift));
     }
-    return result;
 }
+
+/// Writes commands, those of 4 GiB and more in several.
+class CommandWriter {
+public:
+    explicit CommandWriter(std::vector<uint8_t>& out) : m_out(out) {}
+
+    void Copy(uint64_t length) {
+        for (; length > 0; length -= std::min(length, kMost)) {
+            m_out.push_back(1);
+            AppendU32(m_out, std::min(length, kMost));
+        }
+    }
+    void Replace(uint64_t skip, std::span<const uint8_t> literals) {
+        while (skip > 0 || !literals.empty()) {
+            const uint64_t part = std::min<uint64_t>(literals.size(), kMost);
+            m_out.push_back(0);
+            AppendU32(m_out, std::min(skip, kMost));
+            AppendU32(m_out, part);
+            m_out.insert(m_out.end(), literals.begin(),
+                         literals.begin() + static_cast<ptrdiff_t>(part));
+            skip -= std::min(skip, kMost);
+            literals = literals.subspan(static_cast<size_t>(part));
+        }
+    }
+
+private:
+    static constexpr uint64_t kMost = UINT32_MAX;
+    std::vector<uint8_t>& m_out;
+};
 
 } // namespace
 
-CXResult VelPatchFileDiff::Make(const CXString& oldPath, const CXString& newPath,
-                                CXString& problem) {
-    m_matches.clear();
-    m_size = UINT64_MAX;
-    CXResult result = ReadFile(newPath, m_newBytes, problem);
+CXResult ReadFileToDiff(const CXString& path, std::vector<uint8_t>& bytes, CXString& problem) {
+    const CXResult result = ReadWholeFile(path, bytes, SIZE_MAX / 4);
     if (result != kCXResultOK) {
-        return result;
-    }
-    std::vector<uint8_t> oldBytes;
-    result = ReadFile(oldPath, oldBytes, problem);
-    if (result == kCXResultOK) {
-        m_matches = VelPatchDiffer(oldBytes, m_newBytes).FindMatches();
+        problem = CXString::Format("'%s' can't be read: %s", path.GetData(), ResultText(result));
     }
     return result;
 }
 
-uint64_t VelPatchFileDiff::GetSize() {
-    if (m_size == UINT64_MAX) {
-        VelPatchCountingStream counter;
-        Write(counter);
-        m_size = counter.GetSize();
+std::vector<uint8_t> MakeFileDiff(std::span<const uint8_t> oldBytes,
+                                  std::span<const uint8_t> newBytes, unsigned workers) {
+    const std::vector<VelPatchMatch> matches =
+        VelPatchDiffer(oldBytes, newBytes, workers).FindMatches();
+    constexpr size_t kCommandPair = 14;
+    size_t size = newBytes.size() + kCommandPair * (matches.size() + 1);
+    for (const VelPatchMatch& match : matches) {
+        size -= static_cast<size_t>(match.length);
     }
-    return m_size;
-}
-
-void VelPatchFileDiff::Write(CXStream& output) {
-    BinaryDiffStreamWriter writer(output);
-    CXStreamStaticBuffer newStream(m_newBytes.data(), m_newBytes.size());
+    std::vector<uint8_t> diff;
+    diff.reserve(size);
+    CommandWriter writer(diff);
     uint64_t oldAt = 0;
     uint64_t newAt = 0;
-    for (const VelPatchMatch& match : m_matches) {
-        if (match.oldStart > oldAt || match.newStart > newAt) {
-            writer.EmitDifference(oldAt, match.oldStart, newStream, newAt, match.newStart);
-        }
-        writer.EmitMatch(match.oldStart, match.OldEnd());
+    for (const VelPatchMatch& match : matches) {
+        writer.Replace(match.oldStart - oldAt, newBytes.subspan(newAt, match.newStart - newAt));
+        writer.Copy(match.length);
         oldAt = match.OldEnd();
         newAt = match.NewEnd();
     }
     // What is left of the old file needs no word.
-    if (newAt < m_newBytes.size()) {
-        writer.EmitDifference(oldAt, oldAt, newStream, newAt, m_newBytes.size());
-    }
+    writer.Replace(0, newBytes.subspan(newAt));
+    return diff;
 }

@@ -122,6 +122,7 @@ bool VelPatchInspector::ReadRecord(VelPatchInflateStream& stream, size_t index) 
         return false;
     }
     cost.storedBytes = stream.GetInputOffset() - fileStart;
+    cost.checksum = stated;
     cost.isRead = true;
     return true;
 }
@@ -285,4 +286,29 @@ void VelPatchInspector::SumUp() {
     m_sums.askedFreeBytes = GetNeededFreeBytes(m_control.operations);
     m_sums.temporaryBytes = m_sums.newBytes + m_dataSize;
     m_sums.finalBytesAtMost = m_sums.newBytes;
+}
+
+bool LacksRecordChecksums(const PatchControl& control) {
+    return std::any_of(control.operations.begin(), control.operations.end(),
+                       [](const PatchOperation& operation) {
+                           return (operation.command == COMMAND_CREATE_FILE ||
+                                   operation.command == COMMAND_EDIT_FILE) &&
+                                  operation.destinationChecksum.IsEmpty();
+                       });
+}
+
+CXResult TakeRecordChecksums(PatchControl& control, CXStream& data,
+                             const std::function<bool(double)>& progress) {
+    if (!LacksRecordChecksums(control)) {
+        return kCXResultOK;
+    }
+    VelPatchInspector inspector(control);
+    inspector.SetProgress(progress);
+    const CXResult result = inspector.ReadData(data);
+    for (size_t i = 0; i < control.operations.size() && result == kCXResultOK; i++) {
+        if (inspector.GetCosts()[i].isRead) {
+            control.operations[i].destinationChecksum = inspector.GetCosts()[i].checksum;
+        }
+    }
+    return result;
 }

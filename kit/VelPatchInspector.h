@@ -20,6 +20,7 @@ struct VelPatchOperationCost {
     uint64_t literalBytes = 0; ///< of those, carried in the data file
     uint64_t oldBytes = 0;     ///< of the old file that the diff runs over: it can't be shorter
     uint64_t storedBytes = 0;  ///< of the compressed data file
+    CXString checksum;         ///< of the finished file, as the record states it
     bool isRead = false;       ///< all above come from the operation's record
 };
 
@@ -84,3 +85,11 @@ private:
     uint64_t m_dataSize = 0;
     bool m_isStopped = false;
 };
+
+/// Control files leave out the checksums of finished files that no run looks at; the records of the
+/// data file have them all. Fills in the missing ones of creates and edits; reads nothing if none
+/// is missing. On failure (as ReadData) the list stays as it is.
+CXResult TakeRecordChecksums(PatchControl& control, CXStream& data,
+                             const std::function<bool(double)>& progress);
+/// Whether any is missing.
+bool LacksRecordChecksums(const PatchControl& control);

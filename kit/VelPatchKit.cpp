@@ -10,6 +10,7 @@
 #include "kit/VelPatchKitCommands.h"
 #include "kit/VelPatchKitTools.h"
 #include "kit/VelPatchMaker.h"
+#include "kit/VelPatchParallel.h"
 #include "kit/VelPatchRunner.h"
 #include "net/CXURI.h"
 #include "patch/BinaryDiff.h"
@@ -49,9 +50,6 @@ Exit codes: 0 done, 1 failed (the target was rolled back), 2 wrong usage, 130 st
 struct KitOptions {
     bool quiet = false;
     bool verbose = false;
-    bool full = false;
-    bool noCheck = false;
-    std::vector<std::string> folders; ///< of make: OLD NEW OUT, or NEW OUT
     std::string oldFile, newFile, diffFile;
     std::string control, target, data;
     std::string address, file, trustFile, proxy;
@@ -59,81 +57,26 @@ struct KitOptions {
     std::string answer = "no";
 };
 
-int ReportMakeFailure(VelPatchConsole& console, CXResult result, const CXString& problem) {
-    console.Complain(problem);
-    if (result == kCXResultCancelled) {
-        return kKitStopped;
-    }
-    return result == kCXResultInvalidArgument ? kKitUsage : kKitFailed;
-}
-
-int RunMake(const KitOptions& options, VelPatchConsole& console) {
-    const size_t wanted = options.full ? 2 : 3;
-    if (options.folders.size() != wanted) {
-        console.Complain(options.full ? "make --full takes two folders: NEW OUT"
-                                      : "make takes three folders: OLD NEW OUT");
-        return kKitUsage;
-    }
-    VelPatchMaker::Options making;
-    size_t next = 0;
-    if (!options.full) {
-        making.oldFolder = TypedPath(options.folders[next++]);
-    }
-    making.newFolder = TypedPath(options.folders[next++]);
-    making.outFolder = TypedPath(options.folders[next]);
-    making.check = !options.noCheck;
-    for (const CXString& folder : {making.oldFolder, making.newFolder}) {
-        if (!folder.IsEmpty() && !CXFileSystem::IsDirectory(folder)) {
-            console.Complain(CXString::Format("'%s' is not a folder", folder.GetData()));
-            return kKitUsage;
-        }
-    }
-
-    VelPatchMaker maker(making);
-    maker.SetProgress(
-        [&](const CXString& text, double fraction) { console.ShowProgress(text, fraction); });
-    maker.SetStopTest(KitPlatform::IsInterrupted);
-    CXString problem;
-    const CXResult result = maker.Run(problem);
-    console.EndProgress();
-    for (const CXString& warning : maker.GetWarnings()) {
-        console.Warn(warning);
-    }
-    if (result != kCXResultOK) {
-        return ReportMakeFailure(console, result, problem);
-    }
-    const VelPatchSummary& summary = maker.GetSummary();
-    console.PutData("control", maker.GetControlPath());
-    console.PutData("data", maker.GetDataPath());
-    console.PutData("data-bytes", summary.dataSize);
-    console.PutData("new-bytes", summary.newSize);
-    console.PutData("creates", summary.creates);
-    console.PutData("edits", summary.edits);
-    console.PutData("moves", summary.moves);
-    console.PutData("deletes", summary.deletes);
-    console.PutData("folders", summary.folders);
-    console.Say(making.check ? "The patch is made and has passed its self-check."
-                             : "The patch is made, without a self-check.");
-    return kKitDone;
-}
-
 int RunDiff(const KitOptions& options, VelPatchConsole& console) {
-    VelPatchFileDiff diff;
+    std::vector<uint8_t> oldBytes;
+    std::vector<uint8_t> newBytes;
     CXString problem;
     console.ShowProgress("comparing the files", -1);
-    if (diff.Make(TypedPath(options.oldFile), TypedPath(options.newFile), problem) != kCXResultOK) {
+    if (ReadFileToDiff(TypedPath(options.oldFile), oldBytes, problem) != kCXResultOK ||
+        ReadFileToDiff(TypedPath(options.newFile), newBytes, problem) != kCXResultOK) {
         console.Complain(problem);
         return kKitUsage;
     }
+    const std::vector<uint8_t> diff = MakeFileDiff(oldBytes, newBytes, GetProcessorCount());
     const CXString path = TypedPath(options.diffFile);
     const int code = WriteNewFile(path, console, [&](CXStreamFile& file) {
-        diff.Write(file);
+        file.Write(diff.data(), diff.size());
         return file.GetLastError();
     });
     if (code == kKitDone) {
         console.PutData("diff", path);
-        console.PutData("diff-bytes", diff.GetSize());
-        console.PutData("new-bytes", diff.GetNewSize());
+        console.PutData("diff-bytes", uint64_t{diff.size()});
+        console.PutData("new-bytes", uint64_t{newBytes.size()});
     }
     return code;
 }
@@ -214,17 +157,6 @@ int RunFetch(const KitOptions& options, VelPatchConsole& console) {
     return FetchFile(fetching, console);
 }
 
-void DefineMake(CLI::App& app, KitOptions& options) {
-    CLI::App* make = app.add_subcommand("make", "Make the patch that turns folder OLD into NEW");
-    make->add_flag("--full", options.full, "Make an installation of NEW; there is no OLD");
-    make->add_flag("--no-check", options.noCheck, "Don't apply the result to a copy of OLD");
-    make->add_option("FOLDERS", options.folders,
-                     "OLD NEW OUT, or with --full NEW OUT; OUT receives patch-control.txt and "
-                     "patch-data.bin")
-        ->required()
-        ->expected(2, 3);
-}
-
 void DefineFiles(CLI::App& app, KitOptions& options) {
     CLI::App* diff = app.add_subcommand("diff", "Make the diff of one pair of files");
     diff->add_option("OLD", options.oldFile)->required();
@@ -279,11 +211,11 @@ int RunKit(const std::vector<std::string>& arguments) {
                    "data/openssl.crt beside the program)");
     app.require_subcommand(1);
     app.fallthrough(); // --quiet may stand behind the command
-    DefineMake(app, options);
+    std::vector<VelPatchKitCommand> commands;
+    DefineMake(app, commands);
     DefineFiles(app, options);
     DefineApply(app, options);
     DefineFetch(app, options);
-    std::vector<VelPatchKitCommand> commands;
     DefineInspection(app, commands);
     DefineVolumes(app, commands);
     DefineConfigurationCheck(app, commands);
@@ -310,9 +242,6 @@ int RunKit(const std::vector<std::string>& arguments) {
     LoadApplicationConfiguration();
     if (!options.trustFile.empty() && !TrustTypedFile(options.trustFile, console)) {
         return kKitUsage;
-    }
-    if (app.got_subcommand("make")) {
-        return RunMake(options, console);
     }
     if (app.got_subcommand("diff")) {
         return RunDiff(options, console);

@@ -1,5 +1,5 @@
-// The kit's commands that look at patches, targets and configurations, cut data files up,
-// publish a service, and remove a game.
+// The kit's commands that make patches, look at them, targets and configurations, cut data files
+// up, publish a service, and remove a game.
 #pragma once
 
 #include <functional>
@@ -16,6 +16,8 @@ struct VelPatchKitCommand {
     std::function<int(VelPatchConsole&)> run;
 };
 
+/// Adds "make".
+void DefineMake(CLI::App& app, std::vector<VelPatchKitCommand>& commands);
 /// Adds "inspect" and "verify".
 void DefineInspection(CLI::App& app, std::vector<VelPatchKitCommand>& commands);
 /// Adds "split" and "join".

@@ -7,6 +7,7 @@
 #include "kit/VelPatchKit.h"
 #include "kit/VelPatchKitCommands.h"
 #include "kit/VelPatchKitTools.h"
+#include "kit/VelPatchMaker.h"
 #include "kit/VelPatchParallel.h"
 #include "kit/VelPatchVerifier.h"
 #include "kit/VelPatchVolumeSet.h"
@@ -245,6 +246,46 @@ CXString MakeVerifyJson(const VelPatchVerifier& verifier, bool after) {
     return json.Finish();
 }
 
+/// A control file states few checksums of finished files: the records have them all. Takes them
+/// from the data file; without it the files can only be looked for.
+int CompleteChecksums(const InspectionOptions& options, VelPatchConsole& console,
+                      PatchControl& control) {
+    const CXString path =
+        options.data.empty()
+            ? CXFileSystem::Join(CXFileSystem::GetParent(TypedPath(options.control)),
+                                 kPatchDataName)
+            : TypedPath(options.data);
+    if (!LacksRecordChecksums(control)) {
+        return kKitDone;
+    }
+    if (options.data.empty() && !CXFileSystem::Exists(path)) {
+        console.Warn("the data file isn't at hand (name it with --data), so not all contents are "
+                     "compared");
+        return kKitDone;
+    }
+    CXString problem;
+    const VelPatchDataFile data = OpenDataFile(path, problem);
+    if (!data.stream) {
+        console.Complain(problem);
+        return kKitUsage;
+    }
+    const CXResult result = TakeRecordChecksums(control, *data.stream, [&](double fraction) {
+        console.ShowProgress("reading the data file", fraction);
+        return !KitPlatform::IsInterrupted();
+    });
+    console.EndProgress();
+    if (result == kCXResultCancelled) {
+        console.Complain("stopped");
+        return kKitStopped;
+    }
+    if (result != kCXResultOK) {
+        console.Complain(CXString::Format(
+            "'%s' is damaged, or of another patch; inspect tells more", path.GetData()));
+        return kKitUsage;
+    }
+    return kKitDone;
+}
+
 int RunVerify(const InspectionOptions& options, VelPatchConsole& console) {
     PatchControl control;
     uint64_t unused = 0;
@@ -255,6 +296,10 @@ int RunVerify(const InspectionOptions& options, VelPatchConsole& console) {
     if (!CXFileSystem::IsDirectory(target)) {
         console.Complain(CXString::Format("'%s' is not a folder", target.GetData()));
         return kKitUsage;
+    }
+    const int completed = options.after ? CompleteChecksums(options, console, control) : kKitDone;
+    if (completed != kKitDone) {
+        return completed;
     }
     VelPatchVerifier verifier(control, target);
     if (options.workers > 0) {
@@ -307,6 +352,9 @@ void DefineInspection(CLI::App& app, std::vector<VelPatchKitCommand>& commands) 
     verify->add_option("CONTROL", options->control, "The control file, or its address")->required();
     verify->add_option("TARGET", options->target, "The game's folder")->required();
     verify->add_flag("--after", options->after, "Expect the state after the patch, not before it");
+    verify->add_option("--data", options->data,
+                       "With --after: the data file, or the folder of its volumes (default: "
+                       "patch-data.bin beside the control file)");
     verify
         ->add_option("--workers", options->workers, "Threads (default: as many as the system runs)")
         ->check(CLI::Range(1, 256));

@@ -7,6 +7,7 @@
 #include "kit/KitPlatform.h"
 #include "kit/VelPatchConsole.h"
 #include "kit/VelPatchKit.h"
+#include "kit/VelPatchResultText.h"
 #include "kit/VelPatchRunner.h"
 #include "net/CXAddressMask.h"
 #include "net/CXSSLContext.h"
@@ -81,7 +82,8 @@ int WriteNewFile(const CXString& path, VelPatchConsole& console,
         console.Complain("stopped");
         return kKitStopped;
     }
-    console.Complain(CXString::Format("'%s' can't be written (result %d)", path.GetData(), result));
+    console.Complain(
+        CXString::Format("'%s' can't be written: %s", path.GetData(), ResultText(result)));
     return kKitFailed;
 }
 
@@ -103,8 +105,8 @@ bool LoadTypedControl(const std::string& text, VelPatchConsole& console, PatchCo
     const CXResult result = LoadControlFile(
         TypedAddress(text), control, [&console](const CXString& line) { console.Complain(line); });
     if (result != kCXResultOK) {
-        console.Complain(CXString::Format("'%s' is not a control file that can be used (result %d)",
-                                          name.GetData(), result));
+        console.Complain(CXString::Format("'%s' is not a control file that can be used: %s",
+                                          name.GetData(), ResultText(result)));
         return false;
     }
     if (control.operations.empty()) {

@@ -2,53 +2,57 @@
 
 #include "core/CXFileSystem.h"
 #include "kit/VelPatchControlWriter.h"
-#include "kit/VelPatchCountingStream.h"
-#include "kit/VelPatchFileDiff.h"
-#include "patch/FileChecksum.h"
+#include "kit/VelPatchDataWriter.h"
+#include "kit/VelPatchParallel.h"
+#include "kit/VelPatchRecordMaker.h"
+#include "kit/VelPatchResultText.h"
 #include "stream/CXStreamFile.h"
-#include "stream/CXStreamProcessorWrapper.h"
-#include "stream/CXStreamStaticBuffer.h"
-#include "stream/CXStreamTools.h"
-#include "stream/StreamProcessorZLib.h"
+
+#include <algorithm>
+#include <atomic>
 
 namespace {
 
-constexpr int kDataLevel = 9;     // made once, fetched by every player
-constexpr int kEstimateLevel = 1; // both candidates lose alike
-constexpr uint64_t kDataWriteBuffer = 1 << 16;
+// Files are worked on side by side as long as they are small: memory stays below a bound that
+// doesn't depend on their number.
+constexpr uint64_t kMostBatchBytes = 12 << 20;
+// A created file of this size is not read into memory.
+constexpr uint64_t kStreamedSize = 4 << 20;
+constexpr size_t kPayloadPiece = 1 << 18;
+constexpr const char* kLockName = "velpatch-make.tmp";
 
-/// Fails with the stream's error, which may be missing after a short count.
-CXResult StreamFailure(const CXStream& stream) {
-    return CXResultCertainFailure(stream.GetLastError());
+/// Bytes that are in memory for an operation.
+uint64_t WeightOf(const VelPatchPlannedOperation& planned) {
+    uint64_t weight = planned.newSize;
+    for (const VelPatchSource& source : planned.sources) {
+        weight = std::max(weight, planned.newSize + source.size);
+    }
+    return planned.HasRecord() ? weight : 0;
 }
 
-/// Bytes that `write` would add to the data file, about.
-uint64_t EstimateCompressed(const std::function<void(CXStream&)>& write) {
-    VelPatchCountingStream counter;
-    StreamProcessorZLibCompress compressor(kEstimateLevel);
-    CXStreamProcessorWrapper wrapper(compressor, nullptr, &counter);
-    write(wrapper);
-    wrapper.Close();
-    return counter.GetSize();
+bool IsStreamed(const VelPatchPlannedOperation& planned) {
+    return planned.operation.command == COMMAND_CREATE_FILE && planned.newSize >= kStreamedSize;
 }
 
-void WriteBytes(CXStream& output, const std::vector<uint8_t>& bytes) {
-    output.Write(bytes.data(), bytes.size());
+/// The checksum of the finished file is for a path where something else may stand, and so may be
+/// the work of an earlier run. A create never takes such a file for its own, and the file that an
+/// operation in place works on is the one that `source-checksum` tells.
+bool NeedsDestinationChecksum(const PatchOperation& operation) {
+    return operation.command != COMMAND_CREATE_FILE &&
+           operation.sourcePath != operation.destinationPath;
 }
 
-/// A diff that is surely smaller needs no trial; else both forms are compressed.
-bool IsDiffSmaller(VelPatchFileDiff& diff) {
-    if (diff.GetSize() <= diff.GetNewSize() / 4) {
+/// A new file gets the permissions of its source by itself, or what is usual.
+bool NeedsPermissions(const VelPatchPlannedOperation& planned) {
+    const PatchOperation& operation = planned.operation;
+    const bool isFile = operation.command == COMMAND_MOVE_FILE || planned.HasRecord();
+    if (!isFile || planned.IsInPlace()) {
         return true;
     }
-    const uint64_t asDiff = EstimateCompressed([&](CXStream& out) { diff.Write(out); });
-    const uint64_t asWhole =
-        EstimateCompressed([&](CXStream& out) { WriteBytes(out, diff.GetNewBytes()); });
-    return asDiff < asWhole;
-}
-
-bool HasRecord(const PatchOperation& operation) {
-    return operation.command == COMMAND_CREATE_FILE || operation.command == COMMAND_EDIT_FILE;
+    const auto source =
+        std::find_if(planned.sources.begin(), planned.sources.end(),
+                     [&](const VelPatchSource& each) { return each.path == operation.sourcePath; });
+    return planned.newMode != (source != planned.sources.end() ? source->mode : kUsualFileMode);
 }
 
 } // namespace
@@ -61,9 +65,9 @@ CXString VelPatchMaker::GetDataPath() const {
     return CXFileSystem::Join(m_options.outFolder, kPatchDataName);
 }
 
-void VelPatchMaker::Report(const char* text, double fraction) const {
+void VelPatchMaker::Report(const char* text, double fraction, uint64_t bytes) const {
     if (m_progress) {
-        m_progress(text, fraction);
+        m_progress(text, fraction, bytes);
     }
 }
 
@@ -72,18 +76,45 @@ CXResult VelPatchMaker::Run(CXString& problem) {
     if (result != kCXResultOK) {
         return result;
     }
+    const bool wasThere = CXFileSystem::Exists(m_options.outFolder);
     result = CXFileSystem::CreateDirectories(m_options.outFolder);
     if (result != kCXResultOK) {
-        problem = CXString::Format("'%s' can't be made (result %d)", m_options.outFolder.GetData(),
-                                   result);
+        problem = CXString::Format("'%s' can't be made: %s", m_options.outFolder.GetData(),
+                                   ResultText(result));
         return result;
     }
+    // Two runs at once would write into each other's files.
+    const CXString lockPath = CXFileSystem::Join(m_options.outFolder, kLockName);
+    CXStreamFile lock;
+    lock.Open(lockPath, kOpenWrite | kOpenCreate | kOpenExclusive);
+    if (lock.IsOpen()) {
+        result = MakeFiles(problem);
+        lock.Close();
+        CXFileSystem::DeleteFile(lockPath);
+    } else {
+        result = CXResultCertainFailure(lock.GetLastError());
+        problem = result == kCXResultInUse
+                      ? CXString::Format("another run is making a patch in '%s'",
+                                         m_options.outFolder.GetData())
+                      : CXString::Format("'%s' can't be written: %s", lockPath.GetData(),
+                                         ResultText(result));
+    }
+    if (result != kCXResultOK && !wasThere) {
+        CXFileSystem::DeleteDirectory(m_options.outFolder);
+    }
+    return result;
+}
+
+CXResult VelPatchMaker::MakeFiles(CXString& problem) {
     // Under names of their own until they are known to be good.
     const CXString control = CXFileSystem::Join(m_options.outFolder, "patch-control.txt.tmp");
     const CXString data = CXFileSystem::Join(m_options.outFolder, "patch-data.bin.tmp");
-    result = WriteData(data, problem);
+    CXResult result = WriteData(data, problem);
     if (result == kCXResultOK) {
         result = WriteControl(control, problem);
+    }
+    if (result == kCXResultOK) {
+        result = CheckUnchanged(problem);
     }
     if (result == kCXResultOK && m_options.check) {
         result = Check(control, data, problem);
@@ -106,9 +137,9 @@ CXResult VelPatchMaker::Run(CXString& problem) {
 
 CXResult VelPatchMaker::Plan(CXString& problem) {
     Report("reading the folders", -1);
-    CXResult result = m_newTree.Scan(m_options.newFolder, problem);
+    CXResult result = m_newTree.Scan(m_options.newFolder, m_options.ignored, problem);
     if (result == kCXResultOK && !m_options.oldFolder.IsEmpty()) {
-        result = m_oldTree.Scan(m_options.oldFolder, problem);
+        result = m_oldTree.Scan(m_options.oldFolder, m_options.ignored, problem);
     }
     if (result != kCXResultOK) {
         return result;
@@ -121,8 +152,12 @@ CXResult VelPatchMaker::Plan(CXString& problem) {
             return kCXResultInvalidArgument;
         }
     }
-    if (!m_plan.Make(m_oldTree, m_newTree, problem)) {
-        return kCXResultUnusable;
+    const auto tick = [this](double fraction) {
+        Report("comparing the folders", fraction);
+        return !IsStopped();
+    };
+    if (!m_plan.Make(m_oldTree, m_newTree, m_options.workers, tick, problem)) {
+        return IsStopped() ? kCXResultCancelled : kCXResultUnusable;
     }
     m_operations = m_plan.GetOperations();
     if (m_operations.empty()) {
@@ -134,103 +169,168 @@ CXResult VelPatchMaker::Plan(CXString& problem) {
 }
 
 CXResult VelPatchMaker::WriteData(const CXString& path, CXString& problem) {
-    CXStreamFile file;
-    file.Open(path, kOpenRead | kOpenWrite | kOpenCreate | kOpenTruncate);
-    if (!file.IsOpen()) {
-        problem =
-            CXString::Format("'%s' can't be made (result %d)", path.GetData(), file.GetLastError());
-        return StreamFailure(file);
+    VelPatchDataWriter data;
+    CXResult result = data.Open(path, m_options.level, m_options.workers);
+    if (result != kCXResultOK) {
+        problem = CXString::Format("'%s' can't be made: %s", path.GetData(), ResultText(result));
+        return result;
     }
-    file.SetOption(kCXStreamOptionWriteBuffer, kDataWriteBuffer);
-    StreamProcessorZLibCompress compressor(kDataLevel);
-    CXStreamProcessorWrapper data(compressor, nullptr, &file);
-    uint64_t total = 1;
+    const CXResult written = WriteRecords(data, problem);
+    result = data.Close();
+    if (written != kCXResultOK && !problem.IsEmpty()) {
+        return written;
+    }
+    result = result == kCXResultOK ? written : result;
+    if (result != kCXResultOK) {
+        problem = CXString::Format("'%s' can't be written: %s", path.GetData(), ResultText(result));
+        return result;
+    }
+    m_dataSize = data.GetSize();
+    m_rawSize = data.GetRawSize();
+    m_dataChecksum = data.GetChecksum();
+    return kCXResultOK;
+}
+
+CXResult VelPatchMaker::WriteRecords(VelPatchDataWriter& data, CXString& problem) {
+    m_doneSize = 0;
+    m_totalSize = 0;
     for (const VelPatchPlannedOperation& planned : m_operations) {
-        total += HasRecord(planned.operation) ? planned.newSize + 1 : 0;
+        m_totalSize += planned.HasRecord() ? planned.newSize + 1 : 0;
     }
-    uint64_t done = 0;
-    for (VelPatchPlannedOperation& planned : m_operations) {
+    for (size_t start = 0; start < m_operations.size();) {
+        const size_t end = EndOfBatch(start);
+        ReportData();
+        const CXResult result = IsStreamed(m_operations[start])
+                                    ? WritePayload(data, m_operations[start], problem)
+                                    : WriteBatch(data, start, end, problem);
+        if (result != kCXResultOK) {
+            return result;
+        }
+        start = end;
+    }
+    return kCXResultOK;
+}
+
+void VelPatchMaker::ReportData() const {
+    const auto total = static_cast<double>(std::max<uint64_t>(m_totalSize, 1));
+    Report("making the patch", static_cast<double>(m_doneSize) / total, m_doneSize);
+}
+
+size_t VelPatchMaker::EndOfBatch(size_t start) const {
+    uint64_t weight = 0;
+    size_t end = start;
+    for (; end < m_operations.size(); end++) {
+        weight += WeightOf(m_operations[end]);
+        if (end > start && (weight > kMostBatchBytes || IsStreamed(m_operations[end]))) {
+            break;
+        }
+        if (IsStreamed(m_operations[end])) {
+            return end + 1;
+        }
+    }
+    return end;
+}
+
+CXResult VelPatchMaker::WriteBatch(VelPatchDataWriter& data, size_t start, size_t end,
+                                   CXString& problem) {
+    std::vector<VelPatchRecord> records(end - start);
+    std::atomic<uint64_t> done{m_doneSize};
+    const bool isAlone = end - start == 1;
+    const auto make = [&](size_t i) {
+        VelPatchPlannedOperation& planned = m_operations[start + i];
+        if (planned.HasRecord()) {
+            records[i] = MakeRecord(planned, isAlone ? m_options.workers : 1);
+            done += planned.newSize + 1;
+        }
+    };
+    const bool isComplete = RunParallel(records.size(), m_options.workers, make, [&](size_t) {
+        m_doneSize = done;
+        ReportData();
+        return !IsStopped();
+    });
+    m_doneSize = done;
+    if (!isComplete) {
+        problem = "stopped";
+        return kCXResultCancelled;
+    }
+    for (size_t i = 0; i < records.size(); i++) {
+        if (!m_operations[start + i].HasRecord()) {
+            continue;
+        }
+        if (records[i].result != kCXResultOK) {
+            problem = records[i].problem;
+            return records[i].result;
+        }
+        data.AppendU64(records[i].bytes.size());
+        const CXResult result = AppendBytes(data, records[i].bytes, problem);
+        if (result != kCXResultOK) {
+            return result;
+        }
+        data.AppendString(m_operations[start + i].operation.destinationChecksum);
+        records[i].bytes = std::vector<uint8_t>();
+    }
+    return kCXResultOK;
+}
+
+CXResult VelPatchMaker::WritePayload(VelPatchDataWriter& data, VelPatchPlannedOperation& planned,
+                                     CXString& problem) {
+    CXStreamFile file;
+    file.Open(planned.newFile, kOpenRead);
+    data.AppendU64(planned.newSize);
+    CXMD5 digest;
+    uint64_t left = planned.newSize;
+    std::vector<uint8_t> piece(kPayloadPiece);
+    while (left > 0 && file.IsOpen()) {
+        const uint64_t wanted = std::min<uint64_t>(left, piece.size());
+        if (file.Read(piece.data(), wanted) != wanted) {
+            break;
+        }
+        digest.Update(piece.data(), static_cast<size_t>(wanted));
+        const CXResult result = AppendBytes(
+            data, std::span<const uint8_t>(piece).first(static_cast<size_t>(wanted)), problem);
+        if (result != kCXResultOK) {
+            return result;
+        }
+        left -= wanted;
+        m_doneSize += wanted;
+    }
+    if (left > 0) {
+        problem = CXString::Format("'%s' can't be read to its end: %s", planned.newFile.GetData(),
+                                   ResultText(file.GetLastError()));
+        return CXResultCertainFailure(file.GetLastError());
+    }
+    m_doneSize++;
+    planned.operation.destinationChecksum = digest.FinishHex();
+    data.AppendString(planned.operation.destinationChecksum);
+    return kCXResultOK;
+}
+
+CXResult VelPatchMaker::AppendBytes(VelPatchDataWriter& data, std::span<const uint8_t> bytes,
+                                    CXString& problem) {
+    while (!bytes.empty()) {
+        const std::span<const uint8_t> part = bytes.first(std::min(bytes.size(), kPayloadPiece));
+        data.Append(part);
+        bytes = bytes.subspan(part.size());
+        ReportData();
         if (IsStopped()) {
             problem = "stopped";
             return kCXResultCancelled;
         }
-        if (!HasRecord(planned.operation)) {
-            continue;
+        if (data.GetLastError() != kCXResultOK) {
+            return data.GetLastError(); // closing the file tells it by its name
         }
-        Report("writing the patch", static_cast<double>(done) / static_cast<double>(total));
-        const CXResult result = WriteRecord(data, planned, problem);
-        if (result != kCXResultOK) {
-            return result;
-        }
-        done += planned.newSize + 1;
     }
-    data.Close();
-    file.SetError(data.GetLastError());
-    file.Flush();
-    m_dataSize = file.GetSize();
-    file.Close();
-    if (file.GetLastError() != kCXResultOK) {
-        problem = CXString::Format("'%s' can't be written (result %d)", path.GetData(),
-                                   file.GetLastError());
-        return file.GetLastError();
-    }
-    const CXResult result = MD5OfFile(path, m_dataChecksum);
-    if (result != kCXResultOK) {
-        problem = CXString::Format("'%s' can't be read back (result %d)", path.GetData(), result);
-    }
-    return result;
+    return kCXResultOK;
 }
 
-CXResult VelPatchMaker::WriteRecord(CXStream& data, VelPatchPlannedOperation& planned,
-                                    CXString& problem) {
-    PatchOperation& operation = planned.operation;
-    if (operation.command == COMMAND_CREATE_FILE) {
-        return WritePayload(data, planned, problem);
-    }
-    VelPatchFileDiff diff;
-    const CXResult result = diff.Make(planned.oldFile, planned.newFile, problem);
-    if (result != kCXResultOK) {
-        return result;
-    }
-    if (IsDiffSmaller(diff)) {
-        data.WriteU64(diff.GetSize());
-        diff.Write(data);
-    } else {
-        operation.command = COMMAND_CREATE_FILE;
-        if (operation.sourcePath == operation.destinationPath) {
-            operation.flags |= kPatchFlagMayReplace;
-        } else {
-            operation.sourcePath.Clear();
-            operation.sourceChecksum.Clear();
+CXResult VelPatchMaker::CheckUnchanged(CXString& problem) const {
+    for (const VelPatchTree* tree : {&m_oldTree, &m_newTree}) {
+        const CXString changed = tree->FindChanged();
+        if (!changed.IsEmpty()) {
+            problem =
+                CXString::Format("'%s' has changed while the patch was made", changed.GetData());
+            return kCXResultFailed;
         }
-        data.WriteU64(diff.GetNewSize());
-        WriteBytes(data, diff.GetNewBytes());
-    }
-    WriteStreamString(data, operation.destinationChecksum);
-    if (data.GetLastError() != kCXResultOK) {
-        problem =
-            CXString::Format("the data file can't be written (result %d)", data.GetLastError());
-    }
-    return data.GetLastError();
-}
-
-CXResult VelPatchMaker::WritePayload(CXStream& data, const VelPatchPlannedOperation& planned,
-                                     CXString& problem) {
-    CXStreamFile file;
-    file.Open(planned.newFile, kOpenRead);
-    if (!file.IsOpen() || file.GetSize() != planned.newSize) {
-        problem = CXString::Format("'%s' has changed or can't be read (result %d)",
-                                   planned.newFile.GetData(), file.GetLastError());
-        return StreamFailure(file);
-    }
-    data.WriteU64(planned.newSize);
-    const CXResult result = CXStream::Copy(data, file, planned.newSize);
-    WriteStreamString(data, planned.operation.destinationChecksum);
-    if (result != kCXResultOK || data.GetLastError() != kCXResultOK) {
-        problem = CXString::Format("'%s' can't be put into the data file (result %d)",
-                                   planned.newFile.GetData(),
-                                   result != kCXResultOK ? result : data.GetLastError());
-        return CXResultCertainFailure(result != kCXResultOK ? result : data.GetLastError());
     }
     return kCXResultOK;
 }
@@ -240,11 +340,17 @@ CXResult VelPatchMaker::WriteControl(const CXString& path, CXString& problem) {
     operations.reserve(m_operations.size());
     for (const VelPatchPlannedOperation& planned : m_operations) {
         operations.push_back(planned.operation);
+        if (!NeedsDestinationChecksum(planned.operation)) {
+            operations.back().destinationChecksum.Clear();
+        }
+        if (!NeedsPermissions(planned)) {
+            operations.back().destinationPermissions.Clear();
+        }
     }
     const CXResult result =
         WriteControlFile(path, operations, static_cast<int64_t>(m_dataSize), m_dataChecksum);
     if (result != kCXResultOK) {
-        problem = CXString::Format("'%s' can't be written (result %d)", path.GetData(), result);
+        problem = CXString::Format("'%s' can't be written: %s", path.GetData(), ResultText(result));
     }
     return result;
 }
@@ -255,7 +361,7 @@ CXResult VelPatchMaker::Publish(const CXString& temporary, const CXString& path,
     const CXResult result = CXFileSystem::ReplaceWithBackup(path, temporary);
     if (result != kCXResultOK) {
         problem =
-            CXString::Format("'%s' can't be put in place (result %d)", path.GetData(), result);
+            CXString::Format("'%s' can't be put in place: %s", path.GetData(), ResultText(result));
     }
     return result;
 }
@@ -264,6 +370,10 @@ void VelPatchMaker::Count() {
     m_summary = VelPatchSummary();
     m_summary.newSize = m_newTree.GetTotalSize();
     m_summary.dataSize = m_dataSize;
+    m_summary.rawSize = m_rawSize;
+    CXFileAttributes attributes;
+    CXFileSystem::GetAttributes(GetControlPath(), true, attributes);
+    m_summary.controlSize = attributes.size;
     for (const VelPatchPlannedOperation& planned : m_operations) {
         switch (planned.operation.command) {
         case COMMAND_CREATE_FILE:

@@ -8,9 +8,10 @@
 
 #include <cstdint>
 #include <functional>
+#include <span>
 #include <vector>
 
-class CXStream;
+class VelPatchDataWriter;
 
 /// Names of the two files in the folder that receives a patch.
 inline constexpr const char* kPatchControlName = "patch-control.txt";
@@ -24,7 +25,9 @@ struct VelPatchSummary {
     uint64_t deletes = 0;
     uint64_t folders = 0; ///< made, changed or deleted
     uint64_t newSize = 0; ///< bytes of the new tree
+    uint64_t rawSize = 0; ///< bytes of the data file inflated
     uint64_t dataSize = 0;
+    uint64_t controlSize = 0;
 };
 
 /// Makes patches. The same two trees give the same bytes. Nothing stands under the final names
@@ -34,11 +37,15 @@ public:
     struct Options {
         CXString oldFolder; ///< empty: the patch is an installation
         CXString newFolder;
-        CXString outFolder; ///< made if missing
-        bool check = true;  ///< apply the patch to a copy of the old folder and compare
+        CXString outFolder;            ///< made if missing
+        bool check = true;             ///< apply the patch to a copy of the old folder and compare
+        std::vector<CXString> ignored; ///< globs of paths to leave out of both folders
+        int level = 9;                 ///< of compression, 1 to 9
+        unsigned workers = 1;          ///< threads; the patch is the same with any number
     };
-    /// What is being done, and how far it is (0 to 1, below 0: not known).
-    using Progress = std::function<void(const CXString& text, double fraction)>;
+    /// What is being done, how far it is (0 to 1, below 0: not known), and the bytes behind it (0:
+    /// not known).
+    using Progress = std::function<void(const CXString& text, double fraction, uint64_t bytes)>;
 
     explicit VelPatchMaker(const Options& options) : m_options(options) {}
     void SetProgress(Progress progress) { m_progress = std::move(progress); }
@@ -56,16 +63,26 @@ public:
 
 private:
     CXResult Plan(CXString& problem);
+    CXResult MakeFiles(CXString& problem);
     CXResult WriteData(const CXString& path, CXString& problem);
-    CXResult WriteRecord(CXStream& data, VelPatchPlannedOperation& planned, CXString& problem);
-    CXResult WritePayload(CXStream& data, const VelPatchPlannedOperation& planned,
+    CXResult WriteRecords(VelPatchDataWriter& data, CXString& problem);
+    size_t EndOfBatch(size_t start) const;
+    CXResult WriteBatch(VelPatchDataWriter& data, size_t start, size_t end, CXString& problem);
+    CXResult WritePayload(VelPatchDataWriter& data, VelPatchPlannedOperation& planned,
                           CXString& problem);
+    /// Appends and looks between pieces whether to go on. A failure of the data file itself is left
+    /// without a problem text.
+    CXResult AppendBytes(VelPatchDataWriter& data, std::span<const uint8_t> bytes,
+                         CXString& problem);
+    CXResult CheckUnchanged(CXString& problem) const;
     CXResult WriteControl(const CXString& path, CXString& problem);
     CXResult Check(const CXString& control, const CXString& data, CXString& problem);
+    CXResult CopyOldTree(const CXString& target, CXString& problem);
     CXResult CompareTarget(const CXString& target, CXString& problem);
     CXResult Publish(const CXString& temporary, const CXString& path, CXString& problem);
     void Count();
-    void Report(const char* text, double fraction) const;
+    void Report(const char* text, double fraction, uint64_t bytes = 0) const;
+    void ReportData() const;
     bool IsStopped() const { return m_isStopped && m_isStopped(); }
 
     Options m_options;
@@ -77,5 +94,8 @@ private:
     std::vector<VelPatchPlannedOperation> m_operations;
     CXString m_dataChecksum;
     uint64_t m_dataSize = 0;
+    uint64_t m_rawSize = 0;
+    uint64_t m_doneSize = 0;  ///< bytes of new files behind us, of
+    uint64_t m_totalSize = 0; ///< those that have records
     VelPatchSummary m_summary;
 };

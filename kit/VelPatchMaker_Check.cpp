@@ -2,35 +2,15 @@
 #include "kit/VelPatchMaker.h"
 
 #include "core/CXFileSystem.h"
+#include "kit/VelPatchResultText.h"
 #include "kit/VelPatchRunner.h"
 
+#include <algorithm>
 #include <unordered_map>
 
 namespace {
 
 constexpr const char* kCheckFolderName = "velpatch-check.tmp";
-
-/// Copies a listed tree; folders get their permissions last, so that a read-only one can be filled.
-CXResult CopyTree(const VelPatchTree& tree, const CXString& target, CXString& problem) {
-    CXResult result = CXFileSystem::CreateDirectories(target);
-    const std::vector<VelPatchTreeEntry>& entries = tree.GetEntries();
-    for (size_t i = 0; i < entries.size() && result == kCXResultOK; i++) {
-        const CXString path = CXFileSystem::Join(target, entries[i].path);
-        result = entries[i].isFolder ? CXFileSystem::CreateDirectory(path)
-                                     : CXFileSystem::CopyFile(tree.GetFullPath(i), path, false);
-        if (result != kCXResultOK) {
-            problem = CXString::Format("the self-check can't copy '%s' (result %d)",
-                                       tree.GetFullPath(i).GetData(), result);
-        }
-    }
-    for (size_t i = entries.size(); i-- > 0 && result == kCXResultOK;) {
-        if (entries[i].isFolder) {
-            CXFileSystem::SetFilePermissions(CXFileSystem::Join(target, entries[i].path),
-                                             entries[i].GetPermissions());
-        }
-    }
-    return result;
-}
 
 /// Removes the check's folder, read-only folders inside it included.
 void RemoveTree(const CXString& folder) {
@@ -49,13 +29,44 @@ void RemoveTree(const CXString& folder) {
 
 } // namespace
 
+/// Folders get their permissions last, so that a read-only one can be filled.
+CXResult VelPatchMaker::CopyOldTree(const CXString& target, CXString& problem) {
+    CXResult result = CXFileSystem::CreateDirectories(target);
+    const std::vector<VelPatchTreeEntry>& entries = m_oldTree.GetEntries();
+    const auto total = static_cast<double>(std::max<uint64_t>(m_oldTree.GetTotalSize(), 1));
+    uint64_t done = 0;
+    for (size_t i = 0; i < entries.size() && result == kCXResultOK; i++) {
+        Report("checking the patch: copying the old folder", static_cast<double>(done) / total);
+        if (IsStopped()) {
+            problem = "stopped";
+            return kCXResultCancelled;
+        }
+        const CXString path = CXFileSystem::Join(target, entries[i].path);
+        result = entries[i].isFolder
+                     ? CXFileSystem::CreateDirectory(path)
+                     : CXFileSystem::CopyFile(m_oldTree.GetFullPath(i), path, false);
+        if (result != kCXResultOK) {
+            problem = CXString::Format("'%s' can't be copied to '%s' for the self-check: %s",
+                                       m_oldTree.GetFullPath(i).GetData(), path.GetData(),
+                                       ResultText(result));
+        }
+        done += entries[i].size;
+    }
+    for (size_t i = entries.size(); i-- > 0 && result == kCXResultOK;) {
+        if (entries[i].isFolder) {
+            CXFileSystem::SetFilePermissions(CXFileSystem::Join(target, entries[i].path),
+                                             entries[i].GetPermissions());
+        }
+    }
+    return result;
+}
+
 CXResult VelPatchMaker::Check(const CXString& control, const CXString& data, CXString& problem) {
     const CXString folder = CXFileSystem::Join(m_options.outFolder, kCheckFolderName);
     RemoveTree(folder);
     CXResult result = kCXResultOK;
     if (!m_options.oldFolder.IsEmpty()) {
-        Report("checking the patch: copying the old folder", -1);
-        result = CopyTree(m_oldTree, folder, problem);
+        result = CopyOldTree(folder, problem);
     }
     if (result == kCXResultOK) {
         VelPatchWatcher watcher;
@@ -75,7 +86,6 @@ CXResult VelPatchMaker::Check(const CXString& control, const CXString& data, CXS
                                        last.failureTitle.GetData(), last.failureDetail.GetData());
             result = kCXResultFailed;
         } else {
-            Report("checking the patch: comparing", -1);
             result = CompareTarget(folder, problem);
         }
     }
@@ -95,7 +105,15 @@ CXResult VelPatchMaker::CompareTarget(const CXString& target, CXString& problem)
         wanted.emplace(m_plan.GetTargetPath(i), i);
     }
     const std::vector<VelPatchTreeEntry>& entries = result.GetEntries();
+    const auto total = static_cast<double>(std::max<uint64_t>(result.GetTotalSize(), 1));
+    uint64_t done = 0;
     for (size_t i = 0; i < entries.size(); i++) {
+        Report("checking the patch: comparing", static_cast<double>(done) / total);
+        if (IsStopped()) {
+            problem = "stopped";
+            return kCXResultCancelled;
+        }
+        done += entries[i].size;
         const auto at = wanted.find(entries[i].path);
         if (at == wanted.end()) {
             problem = CXString::Format("the patch failed its self-check: it leaves '%s'",
@@ -103,9 +121,9 @@ CXResult VelPatchMaker::CompareTarget(const CXString& target, CXString& problem)
             return kCXResultFailed;
         }
         const VelPatchTreeEntry& expected = newEntries[at->second];
-        // A folder of the usual mode is left to the user's own mask.
-        const bool isModeRight = entries[i].mode == expected.mode ||
-                                 (expected.isFolder && expected.mode == kUsualFolderMode);
+        // What has the usual mode is left to the user's own mask.
+        const uint32_t usual = expected.isFolder ? kUsualFolderMode : kUsualFileMode;
+        const bool isModeRight = entries[i].mode == expected.mode || expected.mode == usual;
         if (entries[i].isFolder != expected.isFolder || entries[i].size != expected.size ||
             !isModeRight ||
             (!expected.isFolder && result.GetChecksum(i) != m_newTree.GetChecksum(at->second))) {

@@ -1,17 +1,30 @@
 #include "kit/VelPatchMatchFinder.h"
 
+#include "kit/VelPatchParallel.h"
+
 #include <algorithm>
 #include <bit>
 #include <cstring>
+#include <unordered_map>
 
 namespace {
 
 // A frequent seed is followed through this many of its places, and the nearest of them are grown.
-constexpr int kMostVisited = 48;
-constexpr int kMostGrown = 4;
+constexpr int kMostVisited = 128;
+constexpr int kMostGrown = 8;
 // Growth to the left is bounded, so that repeated content can't make the scan quadratic; the rest
 // of a longer match is found as the common end of the gap before it.
 constexpr uint64_t kMostLeftGrowth = 4096;
+// What a match must bring, in equal bytes, to be worth leaving a diagonal for it: such a match is
+// often chance, and on the old diagonal many single bytes would have been equal.
+constexpr uint64_t kDiagonalChange = 24;
+// How far apart two matches of a diagonal may be for the bytes between them to be compared, and how
+// many bytes may be compared in all, as a multiple of the range.
+constexpr uint64_t kMostBridged = 1 << 16;
+constexpr uint64_t kBridgeBudget = 16;
+// New bytes that are scanned by themselves, so that several threads can take part; matches reach
+// over the borders. Fixed, so that the threads' number doesn't show in what is found.
+constexpr uint64_t kStretch = 2 << 20;
 // Positions whose table slots are fetched ahead of their use.
 constexpr uint64_t kBatch = 16;
 
@@ -23,6 +36,16 @@ uint64_t Load64(const uint8_t* bytes) {
 
 uint64_t HashSeed(const uint8_t* bytes, uint32_t length) {
     constexpr uint64_t kOdd = 0x9E3779B97F4A7C15ULL;
+    if (length < 8) {
+        uint32_t word;
+        std::memcpy(&word, bytes, sizeof word);
+        uint64_t hash = word;
+        for (uint32_t at = 4; at < length; at++) {
+            hash = hash << 8 | bytes[at];
+        }
+        hash *= kOdd;
+        return hash ^ (hash >> 32);
+    }
     uint64_t hash = Load64(bytes) * kOdd;
     for (uint32_t at = 8; at < length; at += 8) {
         hash = (std::rotl(hash, 29) ^ Load64(bytes + at)) * kOdd;
@@ -100,18 +123,18 @@ private:
     Entry m_entries[256];
 };
 
-/// The scan of the new range over the index of the old one.
+/// The scan of a stretch of the new range over the index of the old one.
 class SeedScan {
 public:
     SeedScan(std::span<const uint8_t> oldBytes, std::span<const uint8_t> newBytes,
-             const VelPatchSeeding& seeding)
-        : m_old(oldBytes), m_new(newBytes), m_seeding(seeding), m_leastLength(seeding.seedLength),
-          m_index(oldBytes, seeding.seedLength, seeding.step) {}
+             const VelPatchSeeding& seeding, const SeedIndex& index, uint64_t mostMatches)
+        : m_old(oldBytes), m_new(newBytes), m_seeding(seeding), m_mostMatches(mostMatches),
+          m_leastLength(seeding.seedLength), m_index(index) {}
 
-    std::vector<VelPatchMatch> Run() {
-        const uint64_t end = m_new.size() - m_seeding.seedLength + 1;
+    /// Looks at the seeds that begin from `at` to below `end`.
+    std::vector<VelPatchMatch> Run(uint64_t at, uint64_t end) {
+        end = std::min(end, m_new.size() - m_seeding.seedLength + 1);
         uint64_t hashes[kBatch];
-        uint64_t at = 0;
         while (at < end) {
             const uint64_t batchStart = at;
             const uint64_t batch = std::min(kBatch, end - at);
@@ -129,10 +152,6 @@ public:
                 at++;
             }
         }
-        std::sort(
-            m_found.begin(), m_found.end(), [](const VelPatchMatch& a, const VelPatchMatch& b) {
-                return a.newStart != b.newStart ? a.newStart < b.newStart : a.oldStart < b.oldStart;
-            });
         return std::move(m_found);
     }
 
@@ -200,7 +219,7 @@ private:
         if (match.length < m_leastLength) {
             return;
         }
-        while (m_found.size() >= m_seeding.mostMatches) {
+        while (m_found.size() >= m_mostMatches) {
             m_leastLength *= 2;
             std::erase_if(m_found,
                           [&](const VelPatchMatch& each) { return each.length < m_leastLength; });
@@ -211,8 +230,9 @@ private:
     std::span<const uint8_t> m_old;
     std::span<const uint8_t> m_new;
     const VelPatchSeeding& m_seeding;
+    uint64_t m_mostMatches;
     uint64_t m_leastLength;
-    SeedIndex m_index;
+    const SeedIndex& m_index;
     CoveredDiagonals m_covered;
     uint64_t m_lastDiagonal = 0;
     std::vector<VelPatchMatch> m_found;
@@ -327,15 +347,60 @@ uint64_t CommonSuffix(const uint8_t* aEnd, const uint8_t* bEnd, uint64_t limit) 
 
 std::vector<VelPatchMatch> FindSeedMatches(std::span<const uint8_t> oldBytes,
                                            std::span<const uint8_t> newBytes,
-                                           const VelPatchSeeding& seeding) {
+                                           const VelPatchSeeding& seeding, unsigned workers) {
     if (oldBytes.size() < seeding.seedLength || newBytes.size() < seeding.seedLength) {
         return {};
     }
-    return SeedScan(oldBytes, newBytes, seeding).Run();
+    const SeedIndex index(oldBytes, seeding.seedLength, seeding.step);
+    const size_t stretches = static_cast<size_t>(newBytes.size() / kStretch + 1);
+    std::vector<std::vector<VelPatchMatch>> founds(stretches);
+    const auto scan = [&](size_t i) {
+        founds[i] = SeedScan(oldBytes, newBytes, seeding, index, seeding.mostMatches / stretches)
+                        .Run(i * kStretch, (i + 1) * kStretch);
+    };
+    if (stretches == 1 || workers == 1) {
+        for (size_t i = 0; i < stretches; i++) {
+            scan(i);
+        }
+    } else {
+        RunParallel(stretches, workers, scan, [](size_t) { return true; });
+    }
+    std::vector<VelPatchMatch> all = std::move(founds[0]);
+    for (size_t i = 1; i < stretches; i++) {
+        all.insert(all.end(), founds[i].begin(), founds[i].end());
+        founds[i] = std::vector<VelPatchMatch>();
+    }
+    std::sort(all.begin(), all.end(), [](const VelPatchMatch& a, const VelPatchMatch& b) {
+        return a.newStart != b.newStart ? a.newStart < b.newStart : a.oldStart < b.oldStart;
+    });
+    return all;
 }
 
-void KeepHeaviestChain(std::vector<VelPatchMatch>& matches) {
-    if (IsRising(matches)) {
+void KeepHeaviestChain(std::vector<VelPatchMatch>& matches, std::span<const uint8_t> oldBytes,
+                       std::span<const uint8_t> newBytes) {
+    const uint64_t endDiagonal = newBytes.size() - oldBytes.size();
+    uint64_t bridgeBudget = kBridgeBudget * newBytes.size();
+    const auto likeness = [&](const VelPatchMatch& last, const VelPatchMatch& next) {
+        const uint64_t start = last.NewEnd();
+        if (next.newStart <= start ||
+            next.newStart - start > std::min(kMostBridged, bridgeBudget)) {
+            return uint64_t{0};
+        }
+        bridgeBudget -= next.newStart - start;
+        const uint8_t* const older = oldBytes.data() + last.OldEnd();
+        const uint8_t* const newer = newBytes.data() + start;
+        uint64_t equal = 0;
+        for (uint64_t i = 0; i < next.newStart - start; i++) {
+            equal += older[i] == newer[i] ? 1 : 0;
+        }
+        return equal;
+    };
+    const auto diagonalOf = [](const VelPatchMatch& match) {
+        return match.newStart - match.oldStart;
+    };
+    if (endDiagonal == 0 && IsRising(matches) &&
+        std::all_of(matches.begin(), matches.end(),
+                    [&](const VelPatchMatch& match) { return diagonalOf(match) == 0; })) {
         return;
     }
     const auto count = static_cast<uint32_t>(matches.size());
@@ -366,7 +431,9 @@ void KeepHeaviestChain(std::vector<VelPatchMatch>& matches) {
     ChainTree tree(count);
     std::vector<uint64_t> scores(count);
     std::vector<uint32_t> previous(count);
-    ChainTree::Best best;
+    // Without any match: the range goes on as it began.
+    ChainTree::Best best = {endDiagonal == 0 ? kDiagonalChange : 0, UINT32_MAX};
+    std::unordered_map<uint64_t, ChainTree::Best> lastOn = {{0, ChainTree::Best()}};
     uint32_t entered = 0;
     for (uint32_t i = 0; i < count; i++) {
         while (entered < count && endInNew(order[entered]) <= matches[i].newStart) {
@@ -376,10 +443,26 @@ void KeepHeaviestChain(std::vector<VelPatchMatch>& matches) {
         const auto reachable =
             std::upper_bound(oldEnds.begin(), oldEnds.end(), matches[i].oldStart);
         const ChainTree::Best before = tree.Get(static_cast<size_t>(reachable - oldEnds.begin()));
-        scores[i] = before.score + matches[i].length;
-        previous[i] = before.match;
-        if (scores[i] > best.score) {
-            best = {scores[i], i};
+        const uint64_t diagonal = diagonalOf(matches[i]);
+        const auto last = lastOn.find(diagonal);
+        if (last != lastOn.end() && last->second.score + kDiagonalChange >= before.score) {
+            scores[i] = last->second.score + matches[i].length;
+            if (last->second.match != UINT32_MAX) {
+                scores[i] += likeness(matches[last->second.match], matches[i]);
+            }
+            previous[i] = last->second.match;
+        } else if (before.score + matches[i].length > kDiagonalChange) {
+            scores[i] = before.score + matches[i].length - kDiagonalChange;
+            previous[i] = before.match;
+        } else {
+            scores[i] = 0; // not worth beginning
+            previous[i] = UINT32_MAX;
+            continue;
+        }
+        lastOn[diagonal] = {scores[i], i};
+        const uint64_t atEnd = scores[i] + (diagonal == endDiagonal ? kDiagonalChange : 0);
+        if (atEnd > best.score) {
+            best = {atEnd, i};
         }
     }
 

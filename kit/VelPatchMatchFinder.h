@@ -26,14 +26,18 @@ struct VelPatchSeeding {
 /// Matches of at least `seeding.seedLength` bytes between the two ranges, in rising order of
 /// newStart, overlapping and crossing each other as they may. Positions are relative to the
 /// ranges. Where a seed is frequent, only the places nearest to the last match are tried. Memory:
-/// at most about 13 bytes per indexed old position plus the matches.
+/// at most about 20 bytes per indexed old position plus the matches. Up to `workers` threads;
+/// their number doesn't change the answer.
 std::vector<VelPatchMatch> FindSeedMatches(std::span<const uint8_t> oldBytes,
                                            std::span<const uint8_t> newBytes,
-                                           const VelPatchSeeding& seeding);
+                                           const VelPatchSeeding& seeding, unsigned workers);
 
-/// Keeps the chain of matches that rises in both files and covers the most bytes; `matches` must
-/// come in rising order of newStart. Small overlaps of neighbours are trimmed away.
-void KeepHeaviestChain(std::vector<VelPatchMatch>& matches);
+/// Keeps the chain of matches that rises in both files and covers the most bytes, less a fixed
+/// number for each change of the diagonal, that is of the difference of the positions. The ranges
+/// begin on diagonal 0 and end on `endDiagonal`. `matches` must come in rising order of newStart.
+/// Small overlaps of neighbours are trimmed away.
+void KeepHeaviestChain(std::vector<VelPatchMatch>& matches, std::span<const uint8_t> oldBytes,
+                       std::span<const uint8_t> newBytes);
 
 /// Length of the common start of the two ranges.
 uint64_t CommonPrefix(const uint8_t* a, const uint8_t* b, uint64_t limit);

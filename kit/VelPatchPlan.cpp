@@ -3,9 +3,70 @@
 #include "core/CXFileSystem.h"
 #include "core/CXStringEdit.h"
 #include "core/CXText.h"
+#include "kit/VelPatchParallel.h"
 #include "patch/PatchPaths.h"
+#include "stream/CXStreamFile.h"
+
+#include <algorithm>
+#include <cstring>
 
 namespace {
+
+constexpr size_t kReadPiece = 1 << 16;
+constexpr size_t kMostSources = 2; // that an edit tries
+
+/// Reads an old file once: is the new file at its path the same, and what is it like?
+struct FileReading {
+    CXString unreadable; ///< the file that can't be read
+    bool isSame = false;
+    VelPatchSketch sketch;
+
+    /// `newFile` may be empty. Without a sketch, reading ends at the first difference.
+    void Run(const CXString& oldFile, const CXString& newFile, bool isSketched) {
+        CXStreamFile older;
+        CXStreamFile newer;
+        older.Open(oldFile, kOpenRead);
+        if (!older.IsOpen()) {
+            unreadable = oldFile;
+            return;
+        }
+        isSame = !newFile.IsEmpty();
+        if (isSame) {
+            newer.Open(newFile, kOpenRead);
+            if (!newer.IsOpen()) {
+                unreadable = newFile;
+                return;
+            }
+        }
+        std::vector<uint8_t> ours(kReadPiece);
+        std::vector<uint8_t> theirs(kReadPiece);
+        for (uint64_t count = kReadPiece; count == kReadPiece && (isSketched || isSame);) {
+            count = older.Read(ours.data(), kReadPiece);
+            if (isSame) {
+                const uint64_t other = newer.Read(theirs.data(), kReadPiece);
+                isSame = other == count &&
+                         std::memcmp(ours.data(), theirs.data(), static_cast<size_t>(count)) == 0;
+            }
+            if (isSketched) {
+                sketch.Add({ours.data(), static_cast<size_t>(count)});
+            }
+        }
+        sketch.Finish();
+    }
+};
+
+/// Runs `work` on all items and passes the ticks on as a share of the way.
+bool RunWithTick(size_t count, unsigned workers, const std::function<void(size_t)>& work,
+                 const VelPatchPlan::Tick& tick, CXString& problem) {
+    const auto share = [&](size_t done) {
+        return tick(static_cast<double>(done) / static_cast<double>(count));
+    };
+    if (!RunParallel(count, workers, work, share)) {
+        problem = "stopped";
+        return false;
+    }
+    return true;
+}
 
 CXString FoldCase(absl::string_view text) {
     CXStringEdit folded;
@@ -15,12 +76,14 @@ CXString FoldCase(absl::string_view text) {
 
 } // namespace
 
-bool VelPatchPlan::Make(VelPatchTree& oldTree, VelPatchTree& newTree, CXString& problem) {
+bool VelPatchPlan::Make(VelPatchTree& oldTree, VelPatchTree& newTree, unsigned workers,
+                        const Tick& tick, CXString& problem) {
     m_old = &oldTree;
     m_new = &newTree;
     m_operations.clear();
     m_warnings.clear();
     if (!IndexOld(problem) || !CheckNewNames(problem) || !MatchTrees(problem) ||
+        !CompareFiles(workers, tick, problem) || !SketchNewFiles(workers, tick, problem) ||
         !PlanFiles(problem)) {
         m_operations.clear();
         return false;
@@ -35,7 +98,7 @@ bool VelPatchPlan::IndexOld(CXString& problem) {
     m_oldByPath.clear();
     m_oldByFolded.clear();
     m_oldBySize.clear();
-    m_vanishingByName.clear();
+    m_madeBySize.clear();
     const std::vector<VelPatchTreeEntry>& entries = m_old->GetEntries();
     for (size_t i = 0; i < entries.size(); i++) {
         if (!IsSafeOperationPath(entries[i].path, false)) {
@@ -77,7 +140,8 @@ bool VelPatchPlan::CheckNewNames(CXString& problem) {
         }
         if (!CXFileSystem::IsValidFileName(entries[i].GetName()) ||
             !IsSafeOperationPath(path, true)) {
-            Warn(CXString::Format("'%s' is a name that Windows doesn't allow", path.GetData()));
+            problem = CXString::Format("'%s' is a name that Windows doesn't allow", path.GetData());
+            return false;
         }
     }
     return true;
@@ -124,9 +188,72 @@ bool VelPatchPlan::MatchTrees(CXString& problem) {
             return false;
         }
     }
+    return true;
+}
+
+bool VelPatchPlan::IsAtNewPath(size_t newIndex) const {
+    return !m_new->GetEntries()[newIndex].isFolder && m_oldOf[newIndex] == kNone;
+}
+
+bool VelPatchPlan::CompareFiles(unsigned workers, const Tick& tick, CXString& problem) {
+    const std::vector<VelPatchTreeEntry>& oldEntries = m_old->GetEntries();
+    const std::vector<VelPatchTreeEntry>& newEntries = m_new->GetEntries();
+    bool isSketched = false;
+    for (size_t i = 0; i < newEntries.size(); i++) {
+        isSketched = isSketched || (IsAtNewPath(i) && newEntries[i].size > 0);
+    }
+    std::vector<FileReading> readings(oldEntries.size());
+    const auto read = [&](size_t i) {
+        const size_t newIndex = m_newOf[i];
+        const bool isCompared = newIndex != kNone && !newEntries[newIndex].isFolder &&
+                                newEntries[newIndex].size == oldEntries[i].size;
+        if (!oldEntries[i].isFolder && (isCompared || isSketched)) {
+            readings[i].Run(m_old->GetFullPath(i),
+                            isCompared ? m_new->GetFullPath(newIndex) : CXString(), isSketched);
+        }
+    };
+    if (!RunWithTick(oldEntries.size(), workers, read, tick, problem)) {
+        return false;
+    }
+    m_isSame.assign(oldEntries.size(), 0);
+    m_similarity = VelPatchSimilarity();
     for (size_t i = 0; i < oldEntries.size(); i++) {
-        if (IsVanishing(i) && !oldEntries[i].isFolder) {
-            m_vanishingByName[FoldCase(oldEntries[i].GetName())].push_back(i);
+        if (!readings[i].unreadable.IsEmpty()) {
+            problem = CXString::Format("'%s' can't be read", readings[i].unreadable.GetData());
+            return false;
+        }
+        m_isSame[i] = readings[i].isSame ? 1 : 0;
+        if (isSketched && !oldEntries[i].isFolder) {
+            m_similarity.Add(static_cast<uint32_t>(i), readings[i].sketch);
+        }
+    }
+    return true;
+}
+
+bool VelPatchPlan::SketchNewFiles(unsigned workers, const Tick& tick, CXString& problem) {
+    const std::vector<VelPatchTreeEntry>& entries = m_new->GetEntries();
+    m_newSketches.assign(entries.size(), VelPatchSketch());
+    std::vector<uint8_t> isUnreadable(entries.size(), 0);
+    const auto sketch = [&](size_t i) {
+        if (entries[i].isFolder) {
+            return;
+        }
+        if (IsAtNewPath(i) && !m_old->GetEntries().empty()) {
+            isUnreadable[i] =
+                VelPatchSketch::OfFile(m_new->GetFullPath(i), m_newSketches[i]) != kCXResultOK;
+        } else if (m_oldOf[i] == kNone || m_isSame[m_oldOf[i]] == 0) {
+            CXStreamFile file;
+            file.Open(m_new->GetFullPath(i), kOpenRead);
+            isUnreadable[i] = !file.IsOpen();
+        }
+    };
+    if (!RunWithTick(entries.size(), workers, sketch, tick, problem)) {
+        return false;
+    }
+    for (size_t i = 0; i < entries.size(); i++) {
+        if (isUnreadable[i] != 0) {
+            problem = CXString::Format("'%s' can't be read", m_new->GetFullPath(i).GetData());
+            return false;
         }
     }
     return true;
@@ -148,8 +275,8 @@ VelPatchPlannedOperation VelPatchPlan::NewOperation(PatchCommand command, size_t
     planned.operation.command = command;
     planned.operation.destinationPath = m_targetPaths[newIndex];
     planned.operation.destinationPermissions = entry.GetPermissions();
+    planned.newMode = entry.mode;
     if (!entry.isFolder) {
-        planned.operation.destinationChecksum = m_new->GetChecksum(newIndex);
         planned.operation.estimatedEffort = static_cast<int64_t>(entry.size);
         planned.newFile = m_new->GetFullPath(newIndex);
         planned.newSize = entry.size;
@@ -158,10 +285,6 @@ VelPatchPlannedOperation VelPatchPlan::NewOperation(PatchCommand command, size_t
 }
 
 bool VelPatchPlan::PlanFile(size_t newIndex, CXString& problem) {
-    if (m_new->GetChecksum(newIndex).IsEmpty()) {
-        problem = CXString::Format("'%s' can't be read", m_new->GetFullPath(newIndex).GetData());
-        return false;
-    }
     const size_t oldIndex = m_oldOf[newIndex];
     if (oldIndex == kNone) {
         return PlanNewFile(newIndex, problem);
@@ -175,13 +298,7 @@ bool VelPatchPlan::PlanFile(size_t newIndex, CXString& problem) {
 bool VelPatchPlan::PlanChangedFile(size_t newIndex, size_t oldIndex, CXString& problem) {
     const VelPatchTreeEntry& oldEntry = m_old->GetEntries()[oldIndex];
     const VelPatchTreeEntry& newEntry = m_new->GetEntries()[newIndex];
-    const CXString& oldChecksum = m_old->GetChecksum(oldIndex);
-    if (oldChecksum.IsEmpty()) {
-        problem = CXString::Format("'%s' can't be read", m_old->GetFullPath(oldIndex).GetData());
-        return false;
-    }
-    const bool isSame =
-        oldEntry.size == newEntry.size && oldChecksum == m_new->GetChecksum(newIndex);
+    const bool isSame = m_isSame[oldIndex] != 0;
     if (isSame && oldEntry.mode == newEntry.mode) {
         return true;
     }
@@ -190,8 +307,16 @@ bool VelPatchPlan::PlanChangedFile(size_t newIndex, size_t oldIndex, CXString& p
     VelPatchPlannedOperation planned =
         NewOperation(isSame ? COMMAND_MOVE_FILE : COMMAND_EDIT_FILE, newIndex);
     planned.operation.sourcePath = planned.operation.destinationPath;
-    planned.operation.sourceChecksum = oldChecksum;
-    planned.oldFile = m_old->GetFullPath(oldIndex);
+    planned.sources.push_back(OldSource(oldIndex));
+    if (isSame) {
+        planned.operation.sourceChecksum = m_old->GetChecksum(oldIndex);
+        planned.operation.destinationChecksum = planned.operation.sourceChecksum;
+        if (planned.operation.sourceChecksum.IsEmpty()) {
+            problem =
+                CXString::Format("'%s' can't be read", planned.sources.front().file.GetData());
+            return false;
+        }
+    }
     if (oldEntry.mode == newEntry.mode) {
         planned.operation.destinationPermissions.Clear(); // the new file takes over the old mode
     }
@@ -199,20 +324,49 @@ bool VelPatchPlan::PlanChangedFile(size_t newIndex, size_t oldIndex, CXString& p
     return true;
 }
 
+VelPatchSource VelPatchPlan::OldSource(size_t oldIndex) const {
+    const VelPatchTreeEntry& entry = m_old->GetEntries()[oldIndex];
+    return {entry.path, m_old->GetFullPath(oldIndex), entry.size, entry.mode, false};
+}
+
+VelPatchSource VelPatchPlan::MadeSource(size_t newIndex) const {
+    return {m_targetPaths[newIndex], m_new->GetFullPath(newIndex),
+            m_new->GetEntries()[newIndex].size, m_new->GetEntries()[newIndex].mode, true};
+}
+
 bool VelPatchPlan::PlanNewFile(size_t newIndex, CXString& problem) {
+    const uint64_t size = m_new->GetEntries()[newIndex].size;
     const size_t moved = FindMoved(newIndex);
-    const size_t source = moved != kNone ? moved : FindRenamed(newIndex);
-    if (source == kNone) {
-        m_operations.push_back(NewOperation(COMMAND_CREATE_FILE, newIndex));
-        return true;
+    const size_t twin = moved == kNone ? FindTwin(newIndex) : kNone;
+    VelPatchPlannedOperation planned;
+    if (moved != kNone || twin != kNone) {
+        planned = NewOperation(COMMAND_MOVE_FILE, newIndex);
+        planned.sources.push_back(moved != kNone ? OldSource(moved) : MadeSource(twin));
+        planned.operation.destinationChecksum = m_new->GetChecksum(newIndex);
+        if (moved != kNone) {
+            planned.operation.sourceChecksum = planned.operation.destinationChecksum;
+        }
+    } else {
+        const size_t oldCount = m_old->GetEntries().size();
+        planned = NewOperation(COMMAND_CREATE_FILE, newIndex);
+        for (const auto& each : m_similarity.Find(m_newSketches[newIndex], kMostSources)) {
+            planned.operation.command = COMMAND_EDIT_FILE;
+            planned.sources.push_back(each.file < oldCount ? OldSource(each.file)
+                                                           : MadeSource(each.file - oldCount));
+        }
+        if (size > 0) {
+            m_similarity.Add(static_cast<uint32_t>(oldCount + newIndex), m_newSketches[newIndex]);
+        }
     }
-    VelPatchPlannedOperation planned =
-        NewOperation(moved != kNone ? COMMAND_MOVE_FILE : COMMAND_EDIT_FILE, newIndex);
-    planned.operation.sourcePath = m_old->GetEntries()[source].path;
-    planned.operation.sourceChecksum = m_old->GetChecksum(source);
-    planned.oldFile = m_old->GetFullPath(source);
-    if (planned.operation.sourceChecksum.IsEmpty()) {
-        problem = CXString::Format("'%s' can't be read", planned.oldFile.GetData());
+    if (!planned.sources.empty()) {
+        planned.operation.sourcePath = planned.sources.front().path;
+    }
+    if (size > 0) {
+        m_madeBySize[size].push_back(newIndex);
+    }
+    if (planned.operation.command == COMMAND_MOVE_FILE &&
+        planned.operation.destinationChecksum.IsEmpty()) {
+        problem = CXString::Format("'%s' can't be read", planned.newFile.GetData());
         return false;
     }
     m_operations.push_back(planned);
@@ -243,15 +397,17 @@ size_t VelPatchPlan::FindMoved(size_t newIndex) {
     return best;
 }
 
-size_t VelPatchPlan::FindRenamed(size_t newIndex) const {
-    const VelPatchTreeEntry& wanted = m_new->GetEntries()[newIndex];
-    const auto candidates = m_vanishingByName.find(FoldCase(wanted.GetName()));
-    // Several files of one name (an index of each folder, say) tell nothing.
-    if (wanted.size == 0 || candidates == m_vanishingByName.end() ||
-        candidates->second.size() != 1) {
+size_t VelPatchPlan::FindTwin(size_t newIndex) {
+    const auto candidates = m_madeBySize.find(m_new->GetEntries()[newIndex].size);
+    if (candidates == m_madeBySize.end()) {
         return kNone;
     }
-    return candidates->second.front();
+    for (const size_t each : candidates->second) {
+        if (m_new->GetChecksum(each) == m_new->GetChecksum(newIndex)) {
+            return each;
+        }
+    }
+    return kNone;
 }
 
 void VelPatchPlan::PlanFolders() {

@@ -2,24 +2,41 @@
 #pragma once
 
 #include "core/CXString.h"
+#include "kit/VelPatchSimilarity.h"
 #include "kit/VelPatchTree.h"
 #include "patch/PatchOperation.h"
 
 #include <cstddef>
+#include <functional>
 #include <unordered_map>
 #include <vector>
 
-/// What new folders get on most systems without a word; only other modes are stated.
+/// What new folders and files get on most systems without a word; only other modes are stated.
 inline constexpr uint32_t kUsualFolderMode = 0755;
+inline constexpr uint32_t kUsualFileMode = 0644;
 
-/// An operation and the files at hand that its data is made from.
+/// A file that an edit may start from.
+struct VelPatchSource {
+    CXString path; ///< relative to the target
+    CXString file; ///< absolute: the same bytes at hand
+    uint64_t size = 0;
+    uint32_t mode = 0;   ///< which a file made from it gets if no other is stated
+    bool isMade = false; ///< by an operation before: no checksum of it can be asked for
+};
+
+/// An operation and the files at hand that its data is made from. The checksums of creates and
+/// edits are left to the one who reads the files.
 struct VelPatchPlannedOperation {
     PatchOperation operation;
-    CXString oldFile; ///< absolute; what an edit starts from; empty for none
-    CXString newFile; ///< absolute; the wanted contents of a create or edit
+    std::vector<VelPatchSource> sources; ///< of an edit or move: the best first
+    CXString newFile;                    ///< absolute; the wanted contents of a create or edit
     uint64_t newSize = 0;
-    /// A create stands in for an edit if its data turns out smaller.
-    bool MayBecomeCreate() const { return operation.command == COMMAND_EDIT_FILE; }
+    uint32_t newMode = 0;
+
+    bool HasRecord() const {
+        return operation.command == COMMAND_CREATE_FILE || operation.command == COMMAND_EDIT_FILE;
+    }
+    bool IsInPlace() const { return operation.sourcePath == operation.destinationPath; }
 };
 
 /// The list of operations that turns the old tree into the new one, in an order in which every
@@ -29,11 +46,19 @@ struct VelPatchPlannedOperation {
 ///
 /// Players' file systems don't tell letter case apart, so neither does the plan: a name that
 /// changes in case only keeps its old spelling.
+///
+/// A file at a new path becomes a move if an old file, or a new one before it, has its contents,
+/// and else an edit of the ones most alike. Files are compared byte by byte and read once.
 class VelPatchPlan {
 public:
-    /// Both trees must outlive the plan; checksums are taken as needed. False when the new tree
-    /// can't be reached, with the reason in `problem`.
-    bool Make(VelPatchTree& oldTree, VelPatchTree& newTree, CXString& problem);
+    /// Told how far the comparing is, 0 to 1; false stops it.
+    using Tick = std::function<bool(double)>;
+
+    /// Both trees must outlive the plan; checksums are taken as needed. Up to `workers` threads
+    /// read files. False when the new tree can't be reached or the tick has stopped it, with the
+    /// reason in `problem`.
+    bool Make(VelPatchTree& oldTree, VelPatchTree& newTree, unsigned workers, const Tick& tick,
+              CXString& problem);
 
     const std::vector<VelPatchPlannedOperation>& GetOperations() const { return m_operations; }
     /// Notes for the person who makes the patch.
@@ -47,6 +72,8 @@ private:
     bool IndexOld(CXString& problem);
     bool CheckNewNames(CXString& problem);
     bool MatchTrees(CXString& problem);
+    bool CompareFiles(unsigned workers, const Tick& tick, CXString& problem);
+    bool SketchNewFiles(unsigned workers, const Tick& tick, CXString& problem);
     bool PlanFiles(CXString& problem);
     void PlanFolders();
     void PlanDeletions();
@@ -57,8 +84,11 @@ private:
     bool PlanNewFile(size_t newIndex, CXString& problem);
     /// An old file with the same contents, or kNone.
     size_t FindMoved(size_t newIndex);
-    /// A file that disappears and has the same name elsewhere, or kNone.
-    size_t FindRenamed(size_t newIndex) const;
+    /// A file at a new path, planned before, with the same contents, or kNone.
+    size_t FindTwin(size_t newIndex);
+    bool IsAtNewPath(size_t newIndex) const;
+    VelPatchSource OldSource(size_t oldIndex) const;
+    VelPatchSource MadeSource(size_t newIndex) const;
     VelPatchPlannedOperation NewOperation(PatchCommand command, size_t newIndex);
     bool IsVanishing(size_t oldIndex) const { return m_newOf[oldIndex] == kNone; }
     void Warn(const CXString& text) { m_warnings.push_back(text); }
@@ -68,10 +98,13 @@ private:
     std::unordered_map<CXString, size_t, CXStringHasher> m_oldByPath;
     std::unordered_map<CXString, size_t, CXStringHasher> m_oldByFolded;
     std::unordered_map<uint64_t, std::vector<size_t>> m_oldBySize;
-    std::unordered_map<CXString, std::vector<size_t>, CXStringHasher> m_vanishingByName;
-    std::vector<CXString> m_targetPaths; ///< per new entry
-    std::vector<size_t> m_oldOf;         ///< per new entry: the old one at its path, or kNone
-    std::vector<size_t> m_newOf;         ///< per old entry
+    std::unordered_map<uint64_t, std::vector<size_t>> m_madeBySize; ///< files at new paths so far
+    std::vector<uint8_t> m_isSame;             ///< per old file: the one at its path has its bytes
+    std::vector<VelPatchSketch> m_newSketches; ///< per new entry; empty but for files at new paths
+    VelPatchSimilarity m_similarity;           ///< numbers: old entries, then new ones
+    std::vector<CXString> m_targetPaths;       ///< per new entry
+    std::vector<size_t> m_oldOf;               ///< per new entry: the old one at its path, or kNone
+    std::vector<size_t> m_newOf;               ///< per old entry
     std::vector<VelPatchPlannedOperation> m_operations;
     std::vector<CXString> m_warnings;
 };

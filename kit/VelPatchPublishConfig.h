@@ -24,6 +24,9 @@ CXString PatchReply(const CXString& controlAddress, const CXString& dataAddress,
 /// sender has escaped it. Of letters, digits and harmless signs alone, so that nothing in the text
 /// can end the string that the expression stands in.
 CXString MatchEscaped(absl::string_view text);
+/// The web server reads no word of its configuration that is longer than 4095 bytes: what the
+/// expressions in one word may take together.
+inline constexpr size_t kLongestMatch = 4000;
 /// The text as a double-quoted string of the web server's configuration. It must not hold "$",
 /// which no quoting takes its meaning.
 CXString Quote(absl::string_view text);

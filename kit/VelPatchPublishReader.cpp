@@ -1,10 +1,12 @@
 #include "kit/VelPatchPublishReader.h"
 
 #include "core/CXFileSystem.h"
+#include "kit/VelPatchPublishConfig.h"
 #include "net/CXURI.h"
 
 #include <algorithm>
 #include <functional>
+#include <initializer_list>
 
 namespace {
 
@@ -49,7 +51,7 @@ public:
         // Each refers to those before it.
         ReadAll("streams", [this](const Entry& entry) { ReadStream(entry); });
         ReadAll("products", [this](const Entry& entry) { ReadProduct(entry); });
-        m_service.hashesPasswords = root.value->Get("hash-passwords")->GetBool();
+        m_service.hashesPasswords = m_text.GetFlag(root, "hash-passwords");
         m_service.isOpen = root.value->Get("accounts")->GetType() == kDNTypeNone;
         ReadAll("accounts", [this](const Entry& entry) { ReadAccount(entry); });
         CheckUse();
@@ -83,6 +85,17 @@ private:
             m_text.Complain(root, key, "must look like \"https://host/folder/\"");
         }
         return address;
+    }
+
+    /// Texts that requests are compared with, in one word of the web server's configuration.
+    void CheckLength(const Entry& entry, std::initializer_list<CXString> texts) {
+        size_t length = 0;
+        for (const CXString& text : texts) {
+            length += VelPatchPublishConfig::MatchEscaped(text).GetLength();
+        }
+        if (length > VelPatchPublishConfig::kLongestMatch) {
+            m_text.Complain(entry, nullptr, "is too long for the web server's configuration");
+        }
     }
 
     CXString ReadPath(const Entry& parent, const char* key, bool isRequired) {
@@ -164,9 +177,10 @@ private:
         if (stream.id.View().find(' ') != absl::string_view::npos) {
             m_text.Complain(entry, nullptr, "a stream's id must not hold a blank");
         }
+        CheckLength(entry, {stream.id});
         stream.name = m_text.GetText(entry, "name", true);
         stream.anchorFile = m_text.GetText(entry, "anchor-file", false);
-        stream.isRestricted = entry.value->Get("restricted")->GetBool();
+        stream.isRestricted = m_text.GetFlag(entry, "restricted");
         for (const Entry& build : m_text.GetEntries(m_text.GetFolder(entry, "builds"))) {
             ReadBuild(build, stream);
         }
@@ -175,6 +189,7 @@ private:
             if (one.name.IsEmpty() || !VelPatchPublishText::IsPlain(one.name, false)) {
                 m_text.Complain(one, nullptr, "the id is empty or holds control characters");
             }
+            CheckLength(one, {one.name});
             stream.installations.push_back({one.name, ReadPatch(one)});
         }
         if (stream.builds.empty() && stream.installations.empty()) {
@@ -207,6 +222,7 @@ private:
         product.name = entry.name;
         product.bundleId = m_text.GetText(entry, "bundle-id", true);
         product.installationId = m_text.GetText(entry, "installation-id", false);
+        CheckLength(entry, {product.bundleId, product.installationId});
         product.streams =
             ReadNames(entry, "streams", m_service.streams, &VelPatchPublishStream::id);
         if (product.streams.empty()) {
@@ -238,6 +254,9 @@ private:
         VelPatchPublishAccount account;
         account.user = entry.name;
         account.password = m_text.GetText(entry, "password", true);
+        // A digest has the same length whatever it is made of.
+        CheckLength(entry,
+                    {account.user, m_service.hashesPasswords ? CXString() : account.password});
         account.products =
             ReadNames(entry, "products", m_service.products, &VelPatchPublishProduct::name);
         account.streams =

@@ -95,6 +95,15 @@ CXString VelPatchPublishText::GetText(const Entry& parent, const char* key, bool
     return text;
 }
 
+bool VelPatchPublishText::GetFlag(const Entry& parent, const char* key) {
+    const DNValueRef value = parent.value->Get(key);
+    const CXString text = value->GetString();
+    if (value->GetType() != kDNTypeNone && text != "true" && text != "false") {
+        Complain(parent, key, "must be true or false");
+    }
+    return text == "true";
+}
+
 void VelPatchPublishText::AllowKeys(const Entry& folder, std::initializer_list<const char*> keys) {
     for (const Entry& entry : GetEntries(folder)) {
         const bool isKnown = std::any_of(keys.begin(), keys.end(),

@@ -35,6 +35,9 @@ public:
     /// problems, and so is an empty text if `isRequired`. Line ends pass if `allowsLines`.
     CXString GetText(const Entry& parent, const char* key, bool isRequired,
                      bool allowsLines = false);
+    /// Whether the value is true; false if it is missing. Any word but "true" and "false" is a
+    /// problem.
+    bool GetFlag(const Entry& parent, const char* key);
     /// Problems for entries that are none of these.
     void AllowKeys(const Entry& folder, std::initializer_list<const char*> keys);
     /// Whether the text holds control characters or NUL.

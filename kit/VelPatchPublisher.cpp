@@ -5,6 +5,7 @@
 #include "kit/KitPlatform.h"
 #include "kit/VelPatchPublishConfig.h"
 #include "kit/VelPatchPublishText.h"
+#include "kit/VelPatchResultText.h"
 #include "stream/CXStreamFile.h"
 
 #include <algorithm>
@@ -18,7 +19,7 @@ constexpr const char* kOwnFolder = "posix:0700";
 constexpr const char* kOwnFile = "posix:0600";
 
 CXString Failure(const CXString& path, CXResult result) {
-    return CXString::Format("'%s' can't be written (result %d)", path.GetData(), result);
+    return CXString::Format("'%s' can't be written: %s", path.GetData(), ResultText(result));
 }
 
 /// Writes a file whose folder isn't in use yet. Permissions come before the contents.

@@ -1,6 +1,10 @@
 // What is looked at before anything is written.
 #include "kit/VelPatchPublisher.h"
 
+#include "kit/VelPatchInspector.h"
+#include "kit/VelPatchVolumeSet.h"
+#include "stream/CXStream.h"
+
 #include "app/config/VelPatchConfiguration.h"
 #include "core/CXFileSystem.h"
 #include "core/CXText.h"
@@ -130,6 +134,10 @@ void VelPatchPublisher::CheckPatch(const VelPatchPublishStream& stream,
         return;
     }
     if (!stream.anchorFile.IsEmpty()) {
+        const VelPatchDataFile data = OpenDataFile(patch.dataPath, words);
+        if (data.stream) {
+            TakeRecordChecksums(control, *data.stream, [this](double) { return !IsStopped(); });
+        }
         CheckAnchor(stream, build, patch, control);
     }
 }

@@ -1,7 +1,9 @@
 #include "kit/VelPatchTree.h"
 
 #include "core/CXFileSystem.h"
+#include "core/CXText.h"
 #include "kit/KitPlatform.h"
+#include "kit/VelPatchResultText.h"
 #include "patch/FileChecksum.h"
 #include "patch/PatchPaths.h"
 
@@ -17,7 +19,57 @@ absl::string_view VelPatchTreeEntry::GetName() const {
     return slash == absl::string_view::npos ? view : view.substr(slash + 1);
 }
 
-CXResult VelPatchTree::Scan(const CXString& folder, CXString& problem) {
+bool MatchesGlob(absl::string_view path, absl::string_view glob) {
+    if (glob.find('/') == absl::string_view::npos) {
+        path = path.substr(path.rfind('/') + 1);
+    }
+    // Backtracking goes to the last star alone, or to the last double star when that fails, so the
+    // time is at most the product of the lengths and one of them.
+    struct Star {
+        size_t glob = absl::string_view::npos; ///< behind it
+        size_t path = 0;                       ///< how far it reaches
+    };
+    Star single;
+    Star wide;
+    size_t at = 0;
+    size_t in = 0;
+    while (at < path.size() || in < glob.size()) {
+        if (in < glob.size() && glob[in] == '*') {
+            const bool isWide = in + 1 < glob.size() && glob[in + 1] == '*';
+            in += isWide ? 2 : 1;
+            (isWide ? wide : single) = {in, at};
+            if (isWide) {
+                single = Star();
+            }
+            continue;
+        }
+        if (at < path.size() && in < glob.size() && glob[in] == '?' && path[at] != '/') {
+            at += std::max<size_t>(CodePointSize(path.substr(at)), 1);
+            in++;
+            continue;
+        }
+        if (at < path.size() && in < glob.size() && glob[in] == path[at]) {
+            at++;
+            in++;
+            continue;
+        }
+        if (single.glob != absl::string_view::npos && single.path < path.size() &&
+            path[single.path] != '/') {
+            at = ++single.path;
+            in = single.glob;
+        } else if (wide.glob != absl::string_view::npos && wide.path < path.size()) {
+            at = ++wide.path;
+            in = wide.glob;
+            single = Star();
+        } else {
+            return false;
+        }
+    }
+    return true;
+}
+
+CXResult VelPatchTree::Scan(const CXString& folder, const std::vector<CXString>& ignored,
+                            CXString& problem) {
     m_folder = folder;
     m_entries.clear();
     m_checksums.clear();
@@ -30,7 +82,7 @@ CXResult VelPatchTree::Scan(const CXString& folder, CXString& problem) {
     while (!pending.empty()) {
         const CXString relative = pending.back();
         pending.pop_back();
-        const CXResult result = ScanFolder(relative, pending, problem);
+        const CXResult result = ScanFolder(relative, pending, ignored, problem);
         if (result != kCXResultOK) {
             m_entries.clear();
             return result;
@@ -53,12 +105,13 @@ CXResult VelPatchTree::Scan(const CXString& folder, CXString& problem) {
 }
 
 CXResult VelPatchTree::ScanFolder(const CXString& relative, std::vector<CXString>& pending,
-                                  CXString& problem) {
+                                  const std::vector<CXString>& ignored, CXString& problem) {
     std::vector<CXFileEntry> names;
     const CXString folder = CXFileSystem::Join(m_folder, relative);
     CXResult result = CXFileSystem::Enumerate(folder, names);
     if (result != kCXResultOK) {
-        problem = CXString::Format("'%s' can't be listed (result %d)", folder.GetData(), result);
+        problem =
+            CXString::Format("'%s' can't be listed: %s", folder.GetData(), ResultText(result));
         return result;
     }
     for (const CXFileEntry& name : names) {
@@ -68,6 +121,11 @@ CXResult VelPatchTree::ScanFolder(const CXString& relative, std::vector<CXString
         VelPatchTreeEntry entry;
         entry.path = CXFileSystem::Join(relative, name.name);
         entry.isFolder = name.isDirectory;
+        if (std::any_of(ignored.begin(), ignored.end(), [&](const CXString& glob) {
+                return MatchesGlob(entry.path.View(), glob.View());
+            })) {
+            continue;
+        }
         const CXString full = CXFileSystem::Join(m_folder, entry.path);
         if (name.isLink) {
             problem = CXString::Format("'%s' is a link, which a patch can't carry", full.GetData());
@@ -81,11 +139,13 @@ CXResult VelPatchTree::ScanFolder(const CXString& relative, std::vector<CXString
         CXFileAttributes attributes;
         result = CXFileSystem::GetAttributes(full, false, attributes);
         if (result != kCXResultOK) {
-            problem = CXString::Format("'%s' can't be read (result %d)", full.GetData(), result);
+            problem =
+                CXString::Format("'%s' can't be read: %s", full.GetData(), ResultText(result));
             return result;
         }
         entry.size = entry.isFolder ? 0 : attributes.size;
         entry.mode = attributes.mode;
+        entry.modified = attributes.modified;
         if (entry.isFolder) {
             pending.push_back(entry.path);
         }
@@ -104,6 +164,21 @@ const CXString& VelPatchTree::GetChecksum(size_t index) {
         MD5OfFile(GetFullPath(index), checksum);
     }
     return checksum;
+}
+
+CXString VelPatchTree::FindChanged() const {
+    for (size_t i = 0; i < m_entries.size(); i++) {
+        CXFileAttributes attributes;
+        if (m_entries[i].isFolder) {
+            continue;
+        }
+        CXString full = GetFullPath(i);
+        if (CXFileSystem::GetAttributes(full, false, attributes) != kCXResultOK ||
+            attributes.size != m_entries[i].size || attributes.modified != m_entries[i].modified) {
+            return full;
+        }
+    }
+    return CXString();
 }
 
 uint64_t VelPatchTree::GetTotalSize() const {

@@ -11,13 +11,19 @@
 struct VelPatchTreeEntry {
     CXString path; ///< relative to the tree, "/" as separator
     bool isFolder = false;
-    uint64_t size = 0; ///< bytes; 0 for a folder
-    uint32_t mode = 0; ///< POSIX permission bits; 0 where the system has none
+    uint64_t size = 0;    ///< bytes; 0 for a folder
+    uint32_t mode = 0;    ///< POSIX permission bits; 0 where the system has none
+    int64_t modified = 0; ///< ms since the Unix epoch
 
     /// "posix:%04o", or empty where the system has no such bits.
     CXString GetPermissions() const;
     absl::string_view GetName() const;
 };
+
+/// Whether a path matches a glob, which may be of any length: "*" stands for any bytes of one name,
+/// "**" for slashes too, "?" for one character that is no slash; all else for itself. A glob
+/// without a slash is held against the last name alone.
+bool MatchesGlob(absl::string_view path, absl::string_view glob);
 
 /// The entries of a folder, parents before their children and otherwise sorted by the bytes of
 /// their names, so that the same folder always gives the same list. Checksums are taken when they
@@ -27,8 +33,9 @@ public:
     /// Lists the folder. Links, devices, pipes and sockets can't be told in a patch: the first one
     /// ends the scan with kCXResultNotSupported. On failure `problem` says why, in plain words
     /// with the path; the tree is then empty. A folder "patcher-temp" at the top, left by a patch
-    /// that was cut off, is passed over.
-    CXResult Scan(const CXString& folder, CXString& problem);
+    /// that was cut off, is passed over, and so is what matches one of the globs `ignored`.
+    CXResult Scan(const CXString& folder, const std::vector<CXString>& ignored, CXString& problem);
+    CXResult Scan(const CXString& folder, CXString& problem) { return Scan(folder, {}, problem); }
 
     const CXString& GetFolder() const { return m_folder; }
     const std::vector<VelPatchTreeEntry>& GetEntries() const { return m_entries; }
@@ -37,12 +44,15 @@ public:
     /// MD5 of a file, 32 lower-case hexadecimal characters; empty if it can't be read. The answer
     /// is kept.
     const CXString& GetChecksum(size_t index);
+    /// The first file that isn't as it was when it was listed (size, time of change), or the empty
+    /// text.
+    CXString FindChanged() const;
     /// Sum of the sizes of all files, bytes.
     uint64_t GetTotalSize() const;
 
 private:
     CXResult ScanFolder(const CXString& relative, std::vector<CXString>& pending,
-                        CXString& problem);
+                        const std::vector<CXString>& ignored, CXString& problem);
 
     CXString m_folder;
     std::vector<VelPatchTreeEntry> m_entries;

@@ -2,6 +2,7 @@
 
 #include "core/CXFileSystem.h"
 #include "kit/VelPatchParallel.h"
+#include "kit/VelPatchResultText.h"
 #include "kit/VelPatchTargetModel.h"
 #include "patch/FileChecksum.h"
 #include "patch/PatchPaths.h"
@@ -142,13 +143,13 @@ private:
 };
 
 CXString CheckFile(const VelPatchExpectedPath& expected, const CXString& path) {
-    if (!CXFileSystem::Exists(path)) {
-        return "is missing";
-    }
     CXFileAttributes attributes;
     const CXResult looked = CXFileSystem::GetAttributes(path, true, attributes);
+    if (looked == kCXResultNotFound) {
+        return "is missing";
+    }
     if (looked != kCXResultOK) {
-        return CXString::Format("can't be looked at (result %d)", looked);
+        return CXString::Format("can't be looked at: %s", ResultText(looked));
     }
     const bool wantsFolder = expected.kind == Kind::Folder;
     if (attributes.isDirectory != wantsFolder) {
@@ -159,7 +160,7 @@ CXString CheckFile(const VelPatchExpectedPath& expected, const CXString& path) {
     if (!wantsFolder && !expected.checksum.IsEmpty()) {
         const CXResult read = MD5OfFile(path, found);
         if (read != kCXResultOK) {
-            return CXString::Format("can't be read (result %d)", read);
+            return CXString::Format("can't be read: %s", ResultText(read));
         }
         if (found != expected.checksum) {
             return CXString::Format("has the checksum %s, wanted is %s", found.GetData(),

@@ -1,6 +1,7 @@
 #include "kit/VelPatchVolumeSet.h"
 
 #include "core/CXFileSystem.h"
+#include "kit/VelPatchResultText.h"
 #include "patch/PatchVolumes.h"
 #include "stream/CXStreamConcat.h"
 #include "stream/CXStreamFile.h"
@@ -29,8 +30,8 @@ std::unique_ptr<CXStreamFile> OpenVolume(const CXString& path, uint32_t index, u
     file->SetOption(kCXStreamOptionReadBuffer, kReadBuffer);
     file->Open(path, kOpenRead);
     if (!file->IsOpen()) {
-        problem = CXString::Format("the volume '%s' can't be read (result %d)", path.GetData(),
-                                   file->GetLastError());
+        problem = CXString::Format("the volume '%s' can't be read: %s", path.GetData(),
+                                   ResultText(file->GetLastError()));
         return nullptr;
     }
     const CXResult read = ReadVolumeHeader(*file, CXString(), header);
@@ -81,8 +82,8 @@ public:
             if (result != kCXResultOK) {
                 problem = result == kCXResultCancelled
                               ? CXString("stopped")
-                              : CXString::Format("'%s' can't be written (result %d)",
-                                                 m_paths[i].GetData(), result);
+                              : CXString::Format("'%s' can't be written: %s", m_paths[i].GetData(),
+                                                 ResultText(result));
                 return result;
             }
         }
@@ -90,8 +91,8 @@ public:
             const CXString& path = m_paths[m_published];
             const CXResult result = CXFileSystem::ReplaceWithBackup(path, TemporaryName(path));
             if (result != kCXResultOK) {
-                problem = CXString::Format("'%s' can't be put in place (result %d)", path.GetData(),
-                                           result);
+                problem = CXString::Format("'%s' can't be put in place: %s", path.GetData(),
+                                           ResultText(result));
                 return result;
             }
         }
@@ -154,8 +155,8 @@ VelPatchDataFile OpenDataFile(const CXString& path, CXString& problem) {
         file->SetOption(kCXStreamOptionReadBuffer, kReadBuffer);
         file->Open(path, kOpenRead);
         if (!file->IsOpen()) {
-            problem = CXString::Format("'%s' can't be read (result %d)", path.GetData(),
-                                       file->GetLastError());
+            problem = CXString::Format("'%s' can't be read: %s", path.GetData(),
+                                       ResultText(file->GetLastError()));
             return data;
         }
         data.pieces.push_back({path, 0, 0});
@@ -213,8 +214,8 @@ CXResult SplitDataFile(const CXString& dataPath, const CXString& folder, uint64_
     }
     const CXResult made = CXFileSystem::CreateDirectories(folder);
     if (made != kCXResultOK) {
-        problem =
-            CXString::Format("the folder '%s' can't be made (result %d)", folder.GetData(), made);
+        problem = CXString::Format("the folder '%s' can't be made: %s", folder.GetData(),
+                                   ResultText(made));
         return made;
     }
     volumes.clear();

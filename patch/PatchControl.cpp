@@ -16,6 +16,9 @@ namespace {
 /// First format version that this program can't read.
 constexpr int64_t kFirstUnknownVersion = 2;
 
+/// A service that sends without end is not to fill the memory. Enough for half a million files.
+constexpr uint64_t kLongestControlFile = 256ULL << 20;
+
 /// Reads the tree from a local file; one that can't be opened gives an empty tree. A file that
 /// opens and then can't be read to its end is a failure: it may well hold operations.
 CXResult ReadTree(const CXString& path, DNValueRef& tree) {
@@ -29,11 +32,14 @@ CXResult ReadTree(const CXString& path, DNValueRef& tree) {
     return file.GetLastError();
 }
 
-/// Fetches the whole text before any of it is read.
+/// Fetches the whole text before any of it is read; more than kLongestControlFile is a failure.
 CXResult FetchTree(const CXURI& uri, DNValueRef& tree) {
     CXStreamDynamicBuffer body;
     CXHTTPConnection connection;
-    const CXResult result = connection.Get(uri, &body);
+    const CXResult result =
+        connection.Get(uri, &body, nullptr, [](const CXStreamProgressCallbackData& progress) {
+            return progress.bytesDone <= kLongestControlFile;
+        });
     if (result == kCXResultOK) {
         body.Seek(0, kCXSeekStart);
         tree = TextConfig::Read(body);

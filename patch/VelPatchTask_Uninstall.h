@@ -20,7 +20,7 @@ public:
 
     /// Stores the folder and starts nothing. False while the task runs.
     bool Begin(const CXString& targetFolder) override;
-    /// Starts the thread.
+    /// Starts the thread. The status is busy from here on.
     void Go() override;
     /// Ends a prompt that waits as if it were refused, and asks no more; doesn't wait. A deletion
     /// under way goes on.

@@ -27,3 +27,23 @@ compare() {
     fi
     show "identical: $(count "$2") files, contents, names, permissions and empty folders"
 }
+
+# program_for NAME: the player's program as it is shipped, in a folder of its own.
+program_for() {
+    mkdir "$1"
+    cp "${VELPATCH:-$root/build/release/bin/velpatch}" "$1/velpatch"
+    cp -a "$root/data" "$1/data"
+}
+has_display() { [ -n "${DISPLAY:-}${WAYLAND_DISPLAY:-}" ]; }
+# player FOLDER ARGUMENTS...: runs the program there. What it remembers, and its shortcuts, go to a
+# home of its own below the work folder.
+player() {
+    local folder=$1
+    shift
+    printf '   $ velpatch'
+    printf ' %q' "$@"
+    printf '\n'
+    mkdir -p "$work/home"
+    XAUTHORITY="${XAUTHORITY:-${HOME:-}/.Xauthority}" HOME="$work/home" \
+        XDG_DATA_HOME="$work/home/.local/share" "$folder/velpatch" "$@"
+}

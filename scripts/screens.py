@@ -102,8 +102,10 @@ def shoot(name):
         now = subprocess.run(["identify", "-format", "%#", str(file)], check=True,
                              capture_output=True).stdout
         if now == before:
-            return
+            break
         before = now
+    subprocess.run(["mogrify", "-bordercolor", "black", "-border", "1", "-trim", "+repage",
+                    str(file)], check=True)
 
 
 def run(path, language, *words):

@@ -21,6 +21,13 @@ ARGUMENTS = ["-std=c++20", "-I.", '-DVELPATCH_VERSION="0"',
 PRODUCT = ["core", "runtime", "stream", "dn", "net", "patch", "ui", "app", "kit"]
 
 
+def arguments():
+    """How clang-tidy compiles; with the window system's headers where they are installed."""
+    flags = subprocess.run(["pkg-config", "--cflags", "gtk+-3.0"], stdout=subprocess.PIPE,
+                           stderr=subprocess.DEVNULL, text=True, check=False).stdout.split()
+    return ARGUMENTS + [re.sub("^-I", "-isystem", flag) for flag in flags]
+
+
 def reached(path, seen):
     """Adds path and all headers of ours that it includes, however deep, to seen."""
     todo = [path]
@@ -41,13 +48,13 @@ def key_of(path, common):
     return digest.hexdigest()
 
 
-def examine(path, common):
+def examine(path, common, options):
     """The complaints about one file: an empty text when it is clean."""
     mark = os.path.join(CACHE, key_of(path, common))
     if os.path.exists(mark):
         os.utime(mark)
         return ""
-    run = subprocess.run(["clang-tidy", "--quiet", path, "--"] + ARGUMENTS, cwd=ROOT, text=True,
+    run = subprocess.run(["clang-tidy", "--quiet", path, "--"] + options, cwd=ROOT, text=True,
                          stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, check=False)
     if run.returncode == 0:
         open(mark, "w", encoding="utf-8").close()
@@ -67,11 +74,12 @@ def run(files=None, jobs=None):
         files = [path for path in source_checks.code_files(PRODUCT)
                  if path.endswith(".cpp") and not path.endswith("_win32.cpp")]
     os.makedirs(CACHE, exist_ok=True)
+    options = arguments()
     version = subprocess.run(["clang-tidy", "--version"], stdout=subprocess.PIPE, check=True).stdout
     with open(os.path.join(ROOT, ".clang-tidy"), "rb") as file:
-        common = version + file.read() + " ".join(ARGUMENTS).encode()
+        common = version + file.read() + " ".join(options).encode()
     with concurrent.futures.ThreadPoolExecutor(jobs or os.cpu_count()) as pool:
-        complaints = [text for text in pool.map(lambda path: examine(path, common), files) if text]
+        complaints = [text for text in pool.map(lambda path: examine(path, common, options), files) if text]
     forget_old()
     return complaints
 

@@ -47,15 +47,11 @@ CXMessageTarget* CXMenuManager::GetTarget() {
     return m_service.GetApplication();
 }
 
-bool CXMenuManager::AskStatus(UIMenuItem& item) {
-    UICommandStatus status{item.command};
+bool CXMenuManager::CanChoose(const CXString& command) {
+    UICommandStatus status{command};
     CXMessageTarget* target = GetTarget();
-    const bool enabled = target != nullptr &&
-                         target->ProcessMessage(UICommandStatusMessage(status)) == kCXResultOK &&
-                         status.enabled;
-    const bool changed = item.enabled != enabled;
-    item.enabled = enabled;
-    return changed;
+    return target != nullptr &&
+           target->ProcessMessage(UICommandStatusMessage(status)) == kCXResultOK && status.enabled;
 }
 
 void CXMenuManager::SetMenus(std::vector<UIMenu> menus) {
@@ -67,7 +63,9 @@ void CXMenuManager::UpdateStates() {
     bool changed = false;
     for (UIMenu& menu : m_menus) {
         for (UIMenuItem& item : menu.items) {
-            changed |= AskStatus(item);
+            const bool enabled = CanChoose(item.command);
+            changed = changed || item.enabled != enabled;
+            item.enabled = enabled;
         }
     }
     if (changed) {
@@ -90,16 +88,14 @@ void CXMenuManager::Choose(const CXString& command) {
 }
 
 bool CXMenuManager::OfferKey(uint32_t key) {
-    for (UIMenu& menu : m_menus) {
-        for (UIMenuItem& item : menu.items) {
-            if (item.shortcut == key) {
-                AskStatus(item);
-                if (item.enabled) {
-                    // By value: carrying it out may replace the menus.
-                    const CXString command = item.command;
-                    Choose(command);
-                    return true;
-                }
+    // The items keep the states that the windows show.
+    for (const UIMenu& menu : m_menus) {
+        for (const UIMenuItem& item : menu.items) {
+            if (item.shortcut == key && CanChoose(item.command)) {
+                // By value: carrying it out may replace the menus.
+                const CXString command = item.command;
+                Choose(command);
+                return true;
             }
         }
     }

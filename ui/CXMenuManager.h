@@ -54,7 +54,7 @@ public:
 
 private:
     CXMessageTarget* GetTarget();
-    bool AskStatus(UIMenuItem& item);
+    bool CanChoose(const CXString& command);
     void ShowMenus();
 
     UIService& m_service;

@@ -43,8 +43,9 @@ void CXUIWindow::Activate() {
 }
 
 void CXUIWindow::Present() {
+    m_presented = true;
     Layout();
-    m_peer->SetState(UIPeerState());
+    CXUIWindow::StateChanged();
     UIService::Get()->SetFrontWindow(this); // the system will say so too, but later
     if (GetFocus() == nullptr) {
         if (UIControl* control = PickFocus()) {
@@ -86,7 +87,7 @@ void CXUIWindow::Raise() {
 }
 
 void CXUIWindow::StateChanged() {
-    if (m_peer != nullptr) {
+    if (m_peer != nullptr && m_presented) {
         m_peer->SetState(UIPeerState{IsShown(), IsEnabled()});
     }
 }

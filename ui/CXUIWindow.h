@@ -43,6 +43,7 @@ public:
     virtual void Close();
     /// Lays out, shows and activates it, and gives the focus to a control. For UIService.
     void Present();
+    bool IsPresented() const { return m_presented; }
     /// To the front, out of the minimised state too.
     void Raise();
     /// What a sheet hangs on; null for none.
@@ -97,5 +98,6 @@ private:
     CXSafePointer<CXUIWindow> m_owner;
     CXSafePointer<UIElement> m_lastFocus;
     bool m_closed = false;
+    bool m_presented = false;
     bool m_layoutNeeded = true;
 };

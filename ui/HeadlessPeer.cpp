@@ -16,7 +16,7 @@ int32_t CountLetters(absl::string_view text) {
 }
 
 /// Letters of the longest line, lines, and letters of the longest word of a text that wraps at
-/// `columns` letters (0: only where it says so). Words that are longer than a line stand alone.
+/// `columns` letters (0: only where it says so). Words that are longer than a line are broken.
 struct TextShape {
     int32_t columns = 0, lines = 1, word = 0;
 
@@ -31,6 +31,11 @@ struct TextShape {
                 line = letters;
             } else {
                 line += letters + (line > 0 ? 1 : 0);
+            }
+            if (wrapAt > 0 && line > wrapAt) {
+                columns = wrapAt;
+                lines += (line - 1) / wrapAt;
+                line = (line - 1) % wrapAt + 1;
             }
             columns = std::max(columns, line);
             if (end == text.size()) {
@@ -132,7 +137,7 @@ UIIntrinsic HeadlessPeer::Measure(int32_t forWidth) {
         const int32_t box = m_kind == UIKind::Check ? line + 4 : 0;
         const TextShape shape(m_text, forWidth < 0 ? 0 : std::max((forWidth - box) / letter, 1));
         natural = {box + shape.columns * letter, shape.lines * line};
-        measure.min = {box + shape.word * letter, natural.height};
+        measure.min = {box + std::min(shape.word * letter, kUILongestWord), natural.height};
         measure.baseline = line - 3;
         measure.heightFollowsWidth = true;
         break;

@@ -67,7 +67,7 @@ enum class UIKind : uint8_t {
 /// What the user did with a control. Called after the control shows the new state.
 enum class UIPeerEvent : uint8_t {
     Pressed,  ///< Button (value 0); Check (value: the new state, 0 or 1: it has toggled by itself)
-    Selected, ///< List: value is the index that is selected now
+    Selected, ///< List: value is the index that is selected now, -1: none
     Chosen,   ///< List: an entry was double-clicked; Selected, if it changed, came before
 };
 
@@ -94,6 +94,10 @@ public:
     /// sees the answer 1, else 0. `bytes` is as sent.
     virtual bool PeerCopyData(uint64_t, absl::string_view) { return false; }
 };
+
+/// A word of a label that is wider than this (logical pixels), as a path without blanks is, may be
+/// broken: it doesn't widen the label's least size.
+inline constexpr int32_t kUILongestWord = 200;
 
 /// Bits of `UIPeer::DlgCode`, with the values of WM_GETDLGCODE.
 inline constexpr uint32_t kUIDlgWantsArrows = 1;

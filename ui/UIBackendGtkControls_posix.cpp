@@ -28,7 +28,7 @@ public:
         GTK::gtk_label_set_xalign(As<GtkLabel>(label), 0);
         GTK::gtk_label_set_yalign(As<GtkLabel>(label), 0);
         GTK::gtk_label_set_line_wrap(As<GtkLabel>(label), TRUE);
-        GTK::gtk_label_set_line_wrap_mode(As<GtkLabel>(label), PANGO_WRAP_WORD);
+        GTK::gtk_label_set_line_wrap_mode(As<GtkLabel>(label), PANGO_WRAP_WORD_CHAR);
     }
 
     void SetText(const CXString& text) override {
@@ -89,7 +89,7 @@ public:
         Adopt(check, check, name);
         auto* label = As<GtkLabel>(GTK::gtk_bin_get_child(As<GtkBin>(check)));
         GTK::gtk_label_set_line_wrap(label, TRUE);
-        GTK::gtk_label_set_line_wrap_mode(label, PANGO_WRAP_WORD);
+        GTK::gtk_label_set_line_wrap_mode(label, PANGO_WRAP_WORD_CHAR);
         GTK::Connect(check, "toggled", OnToggled, this);
     }
 
@@ -194,8 +194,8 @@ public:
         case UIEditCommand::Copy:
             return selected && !m_state.masked;
         case UIEditCommand::Paste:
-            return !m_state.readOnly && GTK::gtk_clipboard_wait_is_text_available(
-                                            GTK::gtk_clipboard_get(GDK_SELECTION_CLIPBOARD));
+            // Asking what lies there would run the loop until its owner answers.
+            return !m_state.readOnly;
         case UIEditCommand::Clear:
             return selected && !m_state.readOnly;
         case UIEditCommand::SelectAll:
@@ -502,6 +502,7 @@ public:
         Adopt(MakeScroller(list), list, name);
         GTK::Connect(list, "row-selected", OnSelected, this);
         GTK::Connect(list, "row-activated", OnActivated, this);
+        GTK::Connect(list, "size-allocate", OnPlaced, this);
     }
 
     void SetItems(const std::vector<CXString>& items) override {
@@ -531,6 +532,8 @@ public:
                       : GTK::gtk_list_box_get_row_at_index(As<GtkListBox>(m_control), value);
         if (row != nullptr) {
             GTK::gtk_list_box_select_row(As<GtkListBox>(m_control), row);
+            m_reveals = true; // once the rows have their places
+            GTK::gtk_widget_queue_resize(m_control);
         } else {
             GTK::gtk_list_box_unselect_all(As<GtkListBox>(m_control));
         }
@@ -553,9 +556,23 @@ public:
 private:
     static void OnSelected(GtkListBox*, GtkListBoxRow* row, void* data) {
         auto* self = static_cast<ListPeer*>(data);
-        if (!self->IsQuiet() && row != nullptr) {
-            self->m_sink->PeerAction(UIPeerEvent::Selected, GTK::gtk_list_box_row_get_index(row));
+        if (!self->IsQuiet()) { // Control and Space take the selection away
+            self->m_sink->PeerAction(UIPeerEvent::Selected,
+                                     row != nullptr ? GTK::gtk_list_box_row_get_index(row) : -1);
         }
+    }
+    static void OnPlaced(GtkWidget*, GdkRectangle*, void* data) {
+        auto* self = static_cast<ListPeer*>(data);
+        GtkListBoxRow* row = GTK::gtk_list_box_get_selected_row(As<GtkListBox>(self->m_control));
+        if (!self->m_reveals || row == nullptr) {
+            return;
+        }
+        GtkAllocation place{};
+        GTK::gtk_widget_get_allocation(reinterpret_cast<GtkWidget*>(row), &place);
+        GTK::gtk_adjustment_clamp_page(
+            GTK::gtk_scrolled_window_get_vadjustment(As<GtkScrolledWindow>(self->m_widget)),
+            place.y, place.y + place.height);
+        self->m_reveals = false;
     }
     static void OnActivated(GtkListBox*, GtkListBoxRow* row, void* data) {
         auto* self = static_cast<ListPeer*>(data);
@@ -563,6 +580,8 @@ private:
             self->m_sink->PeerAction(UIPeerEvent::Chosen, GTK::gtk_list_box_row_get_index(row));
         }
     }
+
+    bool m_reveals = false; ///< the selected row is to be scrolled into view
 };
 
 std::unique_ptr<UIPeerGtk> MakeBare(UIKind kind, UIPeerGtkWindow* window, UIPeerSink* sink,

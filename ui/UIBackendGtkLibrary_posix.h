@@ -45,6 +45,7 @@
     X(gdk_screen_get_default) \
     X(gdk_window_get_user_data) \
     X(gtk_accel_label_set_accel) \
+    X(gtk_adjustment_clamp_page) \
     X(gtk_adjustment_set_value) \
     X(gtk_bin_get_child) \
     X(gtk_box_get_type) \
@@ -55,7 +56,6 @@
     X(gtk_button_set_label) \
     X(gtk_check_button_new_with_label) \
     X(gtk_clipboard_get) \
-    X(gtk_clipboard_wait_is_text_available) \
     X(gtk_container_add) \
     X(gtk_container_get_children) \
     X(gtk_css_provider_load_from_data) \
@@ -88,7 +88,6 @@
     X(gtk_file_filter_add_pattern) \
     X(gtk_file_filter_new) \
     X(gtk_file_filter_set_name) \
-    X(gtk_grab_get_current) \
     X(gtk_init_check) \
     X(gtk_label_get_layout) \
     X(gtk_label_new) \
@@ -154,6 +153,7 @@
     X(gtk_widget_create_pango_layout) \
     X(gtk_widget_destroy) \
     X(gtk_widget_get_accessible) \
+    X(gtk_widget_get_allocation) \
     X(gtk_widget_get_parent) \
     X(gtk_widget_get_preferred_height) \
     X(gtk_widget_get_preferred_size) \
@@ -177,6 +177,7 @@
     X(gtk_window_get_focus) \
     X(gtk_window_get_group) \
     X(gtk_window_group_add_window) \
+    X(gtk_window_group_get_current_grab) \
     X(gtk_window_group_new) \
     X(gtk_window_is_active) \
     X(gtk_window_new) \

@@ -117,7 +117,7 @@ UIIntrinsic UIPeerGtk::MeasureText(const CXString& text, int32_t forWidth) {
     if (forWidth >= 0) {
         const double pixels = std::max(1.0, std::floor(forWidth * UIBackendGtk::GetScale()));
         GTK::pango_layout_set_width(layout, static_cast<int>(pixels) * PANGO_SCALE);
-        GTK::pango_layout_set_wrap(layout, PANGO_WRAP_WORD);
+        GTK::pango_layout_set_wrap(layout, PANGO_WRAP_WORD_CHAR);
     }
     int width = 0;
     int height = 0;
@@ -126,7 +126,8 @@ UIIntrinsic UIPeerGtk::MeasureText(const CXString& text, int32_t forWidth) {
     GTK::g_object_unref(layout);
     UIIntrinsic result;
     result.natural = {Logical(width), Logical(height)};
-    result.min = {Logical(LongestWord(m_control, text.View())), result.natural.height};
+    result.min = {std::min(Logical(LongestWord(m_control, text.View())), kUILongestWord),
+                  result.natural.height};
     result.baseline = Logical(baseline);
     result.heightFollowsWidth = true;
     return result;

@@ -75,6 +75,7 @@ UIPeerGtkWindow::UIPeerGtkWindow(UIKind kind, UIPeerGtkWindow* parent, UIPeerSin
     }
     if (kind == UIKind::Sheet) {
         GTK::gtk_window_set_type_hint(GetNative(), GDK_WINDOW_TYPE_HINT_DIALOG);
+        GTK::atk_object_set_role(GTK::gtk_widget_get_accessible(window), ATK_ROLE_DIALOG);
         GTK::gtk_window_set_modal(GetNative(), TRUE);
         if (parent != nullptr) {
             GTK::gtk_window_set_transient_for(GetNative(), parent->GetNative());

@@ -99,16 +99,21 @@ UIPeerGtkWindow* TopOf(UIPeer* peer) {
                                          : static_cast<UIPeerGtkWindow*>(found);
 }
 
+/// Whether an open menu of the window, or a sheet or dialog over it, takes its input. Each window
+/// has a group with a grab of its own, so the grab of the default group says nothing.
+bool IsGrabbed(const UIPeerGtkWindow& window) {
+    GtkWidget* grab =
+        GTK::gtk_window_group_get_current_grab(GTK::gtk_window_get_group(window.GetNative()));
+    return grab != nullptr &&
+           (GTK::gtk_widget_get_toplevel(grab) != window.GetWidget() ||
+            GTK::g_type_check_instance_is_a(&grab->parent_instance.g_type_instance,
+                                            GTK::gtk_menu_shell_get_type()));
+}
+
 /// The message that an event is, for the loop's client.
 UIMessage MessageOf(const GdkEvent* event) {
     UIMessage message;
     message.native = event;
-    // With an open menu the keys are the menu's, whatever window they come through.
-    GtkWidget* grab = GTK::gtk_grab_get_current();
-    if (grab != nullptr && GTK::g_type_check_instance_is_a(&grab->parent_instance.g_type_instance,
-                                                           GTK::gtk_menu_shell_get_type())) {
-        return message;
-    }
     gpointer owner = nullptr;
     if (event->any.window != nullptr) {
         GTK::gdk_window_get_user_data(event->any.window, &owner);
@@ -119,6 +124,9 @@ UIMessage MessageOf(const GdkEvent* event) {
     GtkWidget* top = GTK::gtk_widget_get_toplevel(static_cast<GtkWidget*>(owner));
     auto* window = static_cast<UIPeerGtkWindow*>(UIPeerGtk::OfWidget(top));
     if (window == nullptr) {
+        return message;
+    }
+    if (IsGrabbed(*window)) {
         return message;
     }
     message.window = window;
@@ -175,8 +183,11 @@ UIBackendGtk::UIBackendGtk() {
                                                    reinterpret_cast<GtkStyleProvider*>(style),
                                                    GTK_STYLE_PROVIDER_PRIORITY_APPLICATION);
     GTK::g_object_unref(style);
-    GTK::Connect(GTK::gtk_settings_get_default(), "notify::gtk-xft-dpi", OnScaleChanged, this);
-    OnScaleChanged(nullptr, nullptr, this);
+    for (const char* setting :
+         {"notify::gtk-xft-dpi", "notify::gtk-font-name", "notify::gtk-theme-name"}) {
+        GTK::Connect(GTK::gtk_settings_get_default(), setting, OnLookChanged, this);
+    }
+    OnLookChanged(nullptr, nullptr, this);
     // Every event passes here before any widget sees it.
     GTK::gdk_event_handler_set(OnEvent, this, nullptr);
 }
@@ -193,14 +204,10 @@ double UIBackendGtk::GetScale() {
     return s_scale;
 }
 
-void UIBackendGtk::OnScaleChanged(GObject*, GParamSpec*, void* data) {
+void UIBackendGtk::OnLookChanged(GObject*, GParamSpec*, void* data) {
     gint dots = -1; // per inch, in 1024ths
     GTK::g_object_get(GTK::gtk_settings_get_default(), "gtk-xft-dpi", &dots, nullptr);
-    const double scale = dots > 0 ? std::clamp(dots / 1024.0 / 96.0, 0.5, 4.0) : 1.0;
-    if (scale == s_scale) {
-        return;
-    }
-    s_scale = scale;
+    s_scale = dots > 0 ? std::clamp(dots / 1024.0 / 96.0, 0.5, 4.0) : 1.0;
     auto* self = static_cast<UIBackendGtk*>(data);
     const std::set<UIPeerGtkWindow*> windows = self->m_windows;
     for (UIPeerGtkWindow* window : windows) {

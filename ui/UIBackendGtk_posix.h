@@ -171,7 +171,7 @@ private:
     static void OnEvent(GdkEvent* event, void* data);
     static gboolean OnTimeout(void* data);
     static void OnPicked(GtkDialog*, int response, void* data);
-    static void OnScaleChanged(GObject*, GParamSpec*, void* data);
+    static void OnLookChanged(GObject*, GParamSpec*, void* data);
 
     static UIBackendGtk* s_backend;
     static double s_scale;

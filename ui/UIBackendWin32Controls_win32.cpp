@@ -38,7 +38,7 @@ class LabelPeer final : public UIPeerWin32 {
 public:
     LabelPeer(UIPeerSink* sink, UIPeerWin32Window* window, const CXString& name)
         : UIPeerWin32(UIKind::Label, sink, window) {
-        Create(L"STATIC", SS_LEFT | SS_NOPREFIX, 0, name);
+        Create(L"STATIC", SS_LEFT | SS_NOPREFIX | SS_EDITCONTROL, 0, name);
     }
     void SetText(const CXString& text) override {
         if (text != m_text) {
@@ -542,6 +542,12 @@ public:
         SendMessageW(m_handle, WM_SETREDRAW, TRUE, 0);
         InvalidateRect(m_handle, nullptr, TRUE);
     }
+    void Place() override {
+        UIPeerWin32::Place();
+        // A line that was selected while the list was lower stays at its top.
+        SendMessageW(m_handle, LB_SETTOPINDEX, 0, 0);
+        SetValue(GetValue());
+    }
     void SetValue(int32_t value) override {
         const LRESULT count = SendMessageW(m_handle, LB_GETCOUNT, 0, 0);
         const int32_t wanted = value >= 0 && value < count ? value : -1;
@@ -555,7 +561,7 @@ public:
     void Notify(uint32_t code) override {
         if (code == LBN_SELCHANGE) {
             m_sink->PeerAction(UIPeerEvent::Selected, GetValue());
-        } else if (code == LBN_DBLCLK) {
+        } else if (code == LBN_DBLCLK && GetValue() >= 0) { // also told of the room below
             m_sink->PeerAction(UIPeerEvent::Chosen, GetValue());
         }
     }

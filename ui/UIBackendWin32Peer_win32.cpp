@@ -104,7 +104,7 @@ UIIntrinsic UIPeerWin32::MeasureText(const CXString& text, int32_t forWidth) {
     UINT flags = DT_CALCRECT | DT_NOPREFIX | DT_LEFT;
     RECT area{0, 0, 1 << 20, 0};
     if (forWidth >= 0) {
-        flags |= DT_WORDBREAK;
+        flags |= DT_WORDBREAK | DT_EDITCONTROL; // the latter breaks words that are too long
         area.right = std::max<LONG>(1, static_cast<LONG>(std::floor(forWidth * scale)));
     }
     DrawTextW(canvas, wide.c_str(), static_cast<int>(wide.size()), &area, flags);
@@ -127,7 +127,7 @@ UIIntrinsic UIPeerWin32::MeasureText(const CXString& text, int32_t forWidth) {
     };
     UIIntrinsic result;
     result.natural = UISize{logical(area.right), logical(std::max(area.bottom, metrics.tmHeight))};
-    result.min = UISize{logical(longest), result.natural.height};
+    result.min = UISize{std::min(logical(longest), kUILongestWord), result.natural.height};
     result.baseline = logical(metrics.tmAscent);
     result.heightFollowsWidth = true;
     return result;

@@ -93,6 +93,9 @@ UIPeerWin32Window::~UIPeerWin32Window() {
         SetActiveWindow(m_parent->GetHandle());
     }
     UIBackendWin32::Unregister(m_handle);
+    for (; m_loops > 0; --m_loops) { // their ends are told to nobody now
+        UIBackendWin32::NestedLoop(false);
+    }
     const HMENU menus = GetMenu(m_handle);
     DestroyWindow(m_handle);
     m_handle = nullptr;
@@ -169,8 +172,12 @@ void UIPeerWin32Window::FitSize(bool center) {
     if (!center) {
         return;
     }
-    RECT area{};
-    SystemParametersInfoW(SPI_GETWORKAREA, 0, &area, 0);
+    MONITORINFO screen{};
+    screen.cbSize = sizeof(screen);
+    GetMonitorInfoW(MonitorFromWindow(m_parent != nullptr ? m_parent->GetHandle() : m_handle,
+                                      MONITOR_DEFAULTTOPRIMARY),
+                    &screen);
+    const RECT& area = screen.rcWork;
     RECT over = area;
     if (m_parent != nullptr && !IsIconic(m_parent->GetHandle())) {
         GetWindowRect(m_parent->GetHandle(), &over);
@@ -365,10 +372,12 @@ LRESULT UIPeerWin32Window::Handle(UINT message, WPARAM wide, LPARAM lparam) {
     }
     case WM_ENTERMENULOOP:
     case WM_ENTERSIZEMOVE:
+        ++m_loops;
         UIBackendWin32::NestedLoop(true);
         return 0;
     case WM_EXITMENULOOP:
     case WM_EXITSIZEMOVE:
+        --m_loops;
         UIBackendWin32::NestedLoop(false);
         return 0;
     default:

@@ -130,13 +130,19 @@ void UIBackendWin32::RunPick() {
     const std::shared_ptr<Pick> pick = m_picks.front();
     CXString path;
     m_pickOpen = true;
+    if (pick->owner != nullptr) {
+        pick->owner->CountBlock(); // so that a sheet which goes meanwhile doesn't let the user in
+    }
     NestedLoop(true);
     const bool chosen = UIRunWin32PickDialog(
         pick->owner != nullptr ? pick->owner->GetHandle() : nullptr, pick->request, path);
     m_pickOpen = false;
     for (size_t i = 0; i < m_picks.size(); ++i) {
-        if (m_picks[i] == pick) {
+        if (m_picks[i] == pick) { // so its owner lives
             m_picks.erase(m_picks.begin() + static_cast<ptrdiff_t>(i));
+            if (pick->owner != nullptr) {
+                pick->owner->Block(false); // a sheet that came meanwhile still keeps the user out
+            }
             break;
         }
     }

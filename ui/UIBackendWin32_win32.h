@@ -111,6 +111,8 @@ public:
     double GetScaleFactor() const { return m_scale; }
     /// One more, or one fewer, of what is shown over it and keeps the user out.
     void Block(bool block);
+    /// The same for a dialog of the system, which disables the window itself.
+    void CountBlock() { ++m_blocks; }
 
     static void RegisterClass();
 
@@ -131,6 +133,7 @@ private:
     double m_scale = 1.0;
     HWND m_lastFocus = nullptr; ///< has the focus when the window is active
     int32_t m_blocks = 0;
+    int32_t m_loops = 0; ///< of the system's, for a menu or a drag of this window
     bool m_active = false;
     bool m_wasPlaced = false;
     bool m_settingMenus = false;

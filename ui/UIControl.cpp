@@ -10,7 +10,7 @@ void UIControl::SetText(const CXString& text) {
             return;
         }
         m_peer->SetText(text);
-        if (m_accessibleName.IsEmpty()) {
+        if (m_accessibleName.IsEmpty() && m_kind != UIKind::Edit) { // not what stands in it
             m_peer->SetAccessibleName(text.IsEmpty() ? GetName() : text);
         }
     }

@@ -62,7 +62,9 @@ CXResult UIListSheet::ProcessMessage(const CXMessage& message) {
         return kCXResultOK;
     }
     if (message.GetName() == UIListControl::kChosen) {
-        Answer(kOkay);
+        if (m_list->GetSelected() >= 0) {
+            Answer(kOkay);
+        }
         return kCXResultOK;
     }
     return UISheet::ProcessMessage(message);

@@ -21,6 +21,7 @@ void UIMessageSheet::MakeContent() {
     if (m_label->Measure(GetContentWidth()).natural.height > kMaxHeight) {
         m_label->SetShown(false);
         m_view = AddNew<UIRichTextView>("long-text");
+        m_view->SetAccessibleName(GetTitle());
         m_view->SetRichText(UIRichText::Read(m_text));
     }
 }

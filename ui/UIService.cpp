@@ -38,8 +38,21 @@ CXUIWindow* UIService::Open(std::unique_ptr<CXUIWindow> window, CXUIWindow* over
     if (opened->IsClosed()) {
         return nullptr;
     }
-    opened->Present();
-    return opened;
+    const CXUIWindow* owner = opened->GetOwner();
+    if (owner == nullptr || owner->IsPresented()) {
+        Present(opened);
+    } // else with its owner: it was opened while that one was set up
+    return opened->IsClosed() ? nullptr : opened;
+}
+
+void UIService::Present(CXUIWindow* window) {
+    window->Present();
+    for (size_t index = 0; index < m_windows.size(); ++index) {
+        CXUIWindow* sheet = m_windows[index].get();
+        if (sheet->GetOwner() == window && !sheet->IsPresented()) {
+            Present(sheet);
+        }
+    }
 }
 
 size_t UIService::CountWindows() const {

@@ -71,6 +71,8 @@ public:
     void Forget(CXUIWindow* window);
 
 private:
+    void Present(CXUIWindow* window);
+
     std::atomic<bool>& m_quitRequested;
     std::unique_ptr<UIBackend> m_backend; // outlives all peers
     CXMenuManager m_menus;

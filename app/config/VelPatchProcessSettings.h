@@ -18,7 +18,7 @@ struct VelPatchProcessSettings {
     bool settingsOverridden = false; ///< a windowless run got its settings on the command line
     bool uninstall = false;
     bool createDesktopShortcut = true;
-    bool relaunched = false;                ///< a later stage was started, which does the work
+    bool relaunched = false;                ///< a later stage is or was started and does the work
     std::atomic<bool> quitRequested{false}; ///< set by whoever wants the main loop to end
     int32_t exitCode = 0;                   ///< what a run with a window ends with
 };

@@ -69,29 +69,33 @@ TEST_F(Elevation, TellsWhatDoesNotStart) {
     EXPECT_FALSE(m_folder.Has("work/out"));
 }
 
-TEST_F(Elevation, MayWriteAsksForTheNearestFolder) {
-    EXPECT_TRUE(VelPatchElevation::MayWrite(m_folder.Path("none/at/all")));
-    m_folder.SetMode("", 0555);
-    // Who may do everything needn't ask.
-    EXPECT_EQ(VelPatchElevation::MayWrite(m_folder.Path("none/at/all")), geteuid() == 0);
-    EXPECT_EQ(VelPatchElevation::MayWrite("/none"), geteuid() == 0);
+TEST_F(Elevation, HandsOnARequestToEnd) {
+    m_folder.MakeFolder("work");
+    // Long after the wait has begun.
+    WriteScript("program", "trap 'echo ended > out; exit' TERM\nsleep 0.3\nkill -TERM $PPID\n"
+                           "while :; do sleep 0.01; done\n");
+    ASSERT_TRUE(Start(false));
+    VelPatchElevation::WaitForStarted();
+    EXPECT_EQ(m_folder.ReadFile("work/out"), "ended\n");
 }
 
-TEST_F(Elevation, WhatIsNoProgramIsOpened) {
-    WriteScript("bin/xdg-open", "echo \"$@\" > '" + Text(m_folder.Path("opened")) + "'\n");
+TEST_F(Elevation, LaunchesProgramsAndOpensTheRest) {
+    const std::string out = " > '" + Text(m_folder.Path("out")) + "'\n";
+    WriteScript("bin/xdg-open", "echo \"$@\"" + out);
+    WriteScript("game/bin/run", "pwd" + out);
     m_folder.WriteFile("game/start.html", "page");
     const auto wait = [&](const CXString& text) {
-        for (int i = 0; i < 1000 && m_folder.ReadFile("opened") != Text(text) + "\n"; i++) {
+        for (int i = 0; i < 1000 && m_folder.ReadFile("out") != Text(text) + "\n"; i++) {
             CXSleep(10);
         }
-        return m_folder.ReadFile("opened");
+        EXPECT_EQ(m_folder.ReadFile("out"), Text(text) + "\n");
     };
+    LaunchTarget(m_folder.Path("game"), "bin/run");
+    wait(m_folder.Path("game/bin"));
     LaunchTarget(m_folder.Path("game"), "start.html");
-    EXPECT_EQ(wait(m_folder.Path("game/start.html")),
-              Text(m_folder.Path("game/start.html")) + "\n");
-    OpenAddress("");
+    wait(m_folder.Path("game/start.html"));
     OpenAddress("https://help.example/a?b=c");
-    EXPECT_EQ(wait("https://help.example/a?b=c"), "https://help.example/a?b=c\n");
+    wait("https://help.example/a?b=c");
 }
 
 // The administrator's files in a user's folders would keep the user out of them.

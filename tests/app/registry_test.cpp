@@ -57,9 +57,10 @@ TEST_P(Registry, SetsReadsListsAndDeletes) {
         EXPECT_EQ(Get().SetString(root, key, "1", ""), kCXResultOK);
         EXPECT_EQ(Get().SetString(root, key, "007", "12"), kCXResultOK);
         EXPECT_EQ(Get().SetNumber(root, key, "Number", -5), kCXResultOK);
-        EXPECT_EQ(Get().SetString(root, below, "x", longText), kCXResultOK);
+        EXPECT_EQ(Get().SetString(root, below, longText, longText), kCXResultOK);
         EXPECT_EQ(Read(root, key, "oDD NAME \xC3\xA4 = \""), Text(odd));
-        EXPECT_EQ(Read(root, below, "X"), Text(longText));
+        EXPECT_EQ(Read(root, below, longText), Text(longText));
+        EXPECT_EQ(List(root, below), "0 " + Text(longText) + "=" + Text(longText));
         EXPECT_EQ(Read(root, key, "Number"), "-7") << "no text";
         EXPECT_EQ(List(root, key), "0 =default 007=12 1= Odd name \xC3\xA4 = \"=" + Text(odd));
 

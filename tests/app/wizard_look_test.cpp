@@ -20,7 +20,8 @@ protected:
     }
     void LooksSound(const char* where) {
         Settle();
-        EXPECT_EQ(m_user.FindFaults(), "") << where << "\n" << m_user.Dump(true).View();
+        EXPECT_STREQ(m_user.FindFaults().GetData(), "") << where << "\n"
+                                                        << m_user.Dump(true).View();
     }
 };
 

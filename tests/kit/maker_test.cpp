@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <functional>
 #include <random>
 
 namespace {
@@ -25,7 +26,7 @@ protected:
     ~Maker() override { RedirectTemporaryFolder(m_earlierTemporary); }
 
     /// Makes the patch from "old" (or nothing) to "new" into "out".
-    CXResult Make(bool fromOld = true, bool check = false) {
+    CXResult Make(bool fromOld = true, bool check = false, unsigned workers = 2) {
         m_folder.MakeFolder("old");
         m_folder.MakeFolder("new");
         VelPatchMaker::Options options;
@@ -33,7 +34,10 @@ protected:
         options.newFolder = m_folder.Path("new");
         options.outFolder = m_folder.Path("out");
         options.check = check;
+        options.workers = workers;
+        options.ignored = m_ignored;
         VelPatchMaker maker(options);
+        maker.SetStopTest([this] { return m_meanwhile && m_meanwhile(); });
         m_problem.Clear();
         const CXResult result = maker.Run(m_problem);
         m_warnings = maker.GetWarnings();
@@ -90,6 +94,8 @@ protected:
     CXString m_problem;
     std::vector<CXString> m_warnings;
     VelPatchSummary m_summary;
+    std::vector<CXString> m_ignored;
+    std::function<bool()> m_meanwhile; ///< asked whether to stop
 };
 
 /// Fills a tree with files of related contents, so that edits and moves come about.
@@ -212,7 +218,7 @@ TEST_F(Maker, RandomTreesComeOutAsTheyShould) {
         const std::string control = m_folder.ReadFile("out/patch-control.txt");
         const std::string data = m_folder.ReadFile("out/patch-data.bin");
         EXPECT_EQ(Applied(), m_folder.Tree("new"));
-        ASSERT_EQ(Make(), kCXResultOK);
+        ASSERT_EQ(Make(true, false, 1), kCXResultOK);
         EXPECT_EQ(m_folder.ReadFile("out/patch-control.txt"), control) << "not the same again";
         EXPECT_EQ(m_folder.ReadFile("out/patch-data.bin"), data) << "not the same again";
 
@@ -277,6 +283,131 @@ TEST_F(Maker, ChoosesTheCheapestOperation) {
         EXPECT_STREQ(operations[i].sourcePath.GetData(), expected[i].source);
         EXPECT_STREQ(operations[i].destinationPath.GetData(), expected[i].destination);
         EXPECT_EQ(operations[i].flags, expected[i].flags);
+    }
+}
+
+TEST_F(Maker, NewFilesComeFromTheMostSimilar) {
+    std::mt19937 random(17);
+    const auto noise = [&](size_t size) {
+        std::string bytes;
+        for (size_t i = 0; i < size; i++) {
+            bytes.push_back(static_cast<char>(random()));
+        }
+        return bytes;
+    };
+    const std::string program = noise(300000);
+    const std::string level = noise(90000);
+    const std::string fresh = noise(50000);
+    m_folder.WriteFile("old/bin/app-1f3a.js", program);
+    m_folder.WriteFile("old/maps/one", level);
+    m_folder.WriteFile("old/other", noise(300000));
+    m_folder.WriteFile("new/lib/app-99c0.js",
+                       program.substr(0, 200000) + "changed" + program.substr(200000));
+    m_folder.WriteFile("new/maps/one", level);
+    m_folder.WriteFile("new/maps/two", level.substr(0, 60000) + noise(200) + level.substr(60000));
+    m_folder.WriteFile("new/a", fresh);
+    m_folder.WriteFile("new/b", fresh);
+    m_folder.WriteFile("new/c", "0123456789" + fresh);
+    ASSERT_EQ(Make(true, true), kCXResultOK) << m_problem.GetData();
+    EXPECT_EQ(Applied(), m_folder.Tree("new"));
+    EXPECT_LT(m_summary.dataSize, fresh.size() + 2000U);
+    const struct {
+        PatchCommand command;
+        const char* source;
+        const char* destination;
+        bool isMade;
+    } expected[] = {{COMMAND_CREATE_FILE, "", "a", false},
+                    {COMMAND_MOVE_FILE, "a", "b", true},
+                    {COMMAND_EDIT_FILE, "a", "c", true},
+                    {COMMAND_EDIT_FILE, "bin/app-1f3a.js", "lib/app-99c0.js", false},
+                    {COMMAND_EDIT_FILE, "maps/one", "maps/two", false}};
+    const std::vector<PatchOperation> operations = Operations();
+    ASSERT_GT(operations.size(), std::size(expected));
+    for (size_t i = 0; i < std::size(expected); i++) {
+        EXPECT_EQ(operations[i].command, expected[i].command) << i;
+        EXPECT_STREQ(operations[i].sourcePath.GetData(), expected[i].source);
+        EXPECT_STREQ(operations[i].destinationPath.GetData(), expected[i].destination);
+        // What the run itself makes can't be asked for before it.
+        EXPECT_EQ(operations[i].sourceChecksum.IsEmpty(), expected[i].isMade || i == 0);
+    }
+}
+
+TEST_F(Maker, WorkersDontShow) {
+    // One file that is shared out among threads, and many small ones.
+    std::mt19937 random(23);
+    std::string program;
+    for (int i = 0; i < 1500000; i++) {
+        program += {static_cast<char>(i / 7), static_cast<char>(random() % 16),
+                    static_cast<char>(random()), '\x90'};
+    }
+    m_folder.WriteFile("old/program", program);
+    for (size_t at = 100; at + 600 < program.size(); at += 550 + random() % 50) {
+        program[at] = static_cast<char>(random());
+    }
+    program.insert(program.size() / 3, "some more");
+    m_folder.WriteFile("new/program", program);
+    for (int i = 0; i < 60; i++) {
+        const std::string text = program.substr(random() % 5000000, 3000);
+        m_folder.WriteFile("old/f" + std::to_string(i), text);
+        m_folder.WriteFile("new/f" + std::to_string(i),
+                           text.substr(0, 1000) + "-" + text.substr(1100));
+    }
+    ASSERT_EQ(Make(true, true, 1), kCXResultOK) << m_problem.GetData();
+    const std::string control = m_folder.ReadFile("out/patch-control.txt");
+    const std::string data = m_folder.ReadFile("out/patch-data.bin");
+    for (const unsigned workers : {2U, 5U}) {
+        ASSERT_EQ(Make(true, false, workers), kCXResultOK);
+        EXPECT_EQ(m_folder.ReadFile("out/patch-control.txt"), control);
+        EXPECT_TRUE(m_folder.ReadFile("out/patch-data.bin") == data);
+    }
+}
+
+TEST_F(Maker, LeavesOutWhatIsIgnored) {
+    for (const char* file : {"keep.txt", "a.pdb", "sub/b.pdb", "sub/logs/1.log", "logs/2.log",
+                             "sub/deep/cache/x/y", "sub/cache.txt"}) {
+        m_folder.WriteFile(std::string("new/") + file, file);
+    }
+    m_folder.WriteFile("old/a.pdb", "old");
+    m_ignored = {"*.pdb", "sub/**/cache", "logs/?.log", "/none"};
+    ASSERT_EQ(Make(), kCXResultOK) << m_problem.GetData();
+    std::string made;
+    for (const PatchOperation& operation : Operations()) {
+        made += std::string(operation.destinationPath.GetData()) + ' ';
+    }
+    EXPECT_EQ(made, "keep.txt sub/cache.txt sub/logs/1.log sub/deep logs ");
+    const struct {
+        const char* path;
+        const char* glob;
+        bool isMatch;
+    } cases[] = {
+        {"a/b/c", "a/**", true},   {"a/b/c", "a/*", false},         {"a/b/c", "**/c", true},
+        {"a/b/c", "c", true},      {"a/b/c", "a/*/c", true},        {"\xC3\xA4.txt", "?.txt", true},
+        {"a/b/c", "a?b/c", false}, {"aXbXbc", "a*bc", true},        {"a/x/b/y/b", "a/**/b", true},
+        {"ab", "a*b*c", false},    {"a/b1/c/b2/d", "**/b*/d", true}};
+    for (const auto& each : cases) {
+        EXPECT_EQ(MatchesGlob(each.path, each.glob), each.isMatch) << each.path << " " << each.glob;
+    }
+}
+
+TEST_F(Maker, NoticesFilesThatChangeMeanwhile) {
+    m_folder.WriteFile("old/a", "1");
+    m_folder.WriteFile("new/a", "22");
+    m_folder.WriteFile("old/same", "the same");
+    m_folder.WriteFile("new/same", "the same");
+    for (const char* changing : {"new/a", "old/a", "new/same", "old/same"}) {
+        SCOPED_TRACE(changing);
+        const std::string before = m_folder.ReadFile(changing);
+        int calls = 0;
+        m_meanwhile = [&] { // asked between any two steps
+            if (++calls == 2) {
+                m_folder.WriteFile(changing, before + "+");
+            }
+            return false;
+        };
+        EXPECT_NE(Make(), kCXResultOK);
+        EXPECT_TRUE(Complains(changing)) << m_problem.GetData();
+        EXPECT_TRUE(m_folder.Tree("out").empty()) << "nothing half done";
+        m_folder.WriteFile(changing, before);
     }
 }
 

@@ -135,6 +135,8 @@ TEST(PublishReader, SaysWhatIsWrongAndWhere) {
         {"            game\n        }\n        streams", "        }\n        streams",
          "accounts/ada/streams: 'beta' belongs to no product of the account"},
         {"password \"x\"", "password \"\"", "ada/password: 'password' is missing"},
+        {"restricted true", "restricted yes", "streams/beta/restricted: must be true or false"},
+        {"restricted true", "restricted {\n}", "streams/beta/restricted: must be true or false"},
         {"    game\n    {",
          "    copy { bundle-id works.game\nstreams {\nlive\n} }\n    game\n    {",
          "bundle-id: product 'copy' has the same ids"},
@@ -151,6 +153,15 @@ TEST(PublishReader, SaysWhatIsWrongAndWhere) {
             << one.what << " -> " << one.by << "\n"
             << problems;
     }
+    // The web server would not start with more.
+    const auto withPassword = [](size_t length) {
+        return Replaced(kService, "password \"x\"",
+                        "password \"" + std::string(length, 'x') + "\"");
+    };
+    EXPECT_EQ(ProblemsOf(withPassword(400)), "");
+    EXPECT_NE(ProblemsOf(withPassword(450)).find("accounts/ada: is too long for the web server's"),
+              std::string::npos);
+    EXPECT_EQ(ProblemsOf("hash-passwords true\n" + withPassword(450)), "");
     EXPECT_NE(ProblemsOf(kService.substr(0, kService.find("accounts"))).find("no accounts"),
               std::string::npos);
     EXPECT_NE(ProblemsOf("").find("there are no products"), std::string::npos);

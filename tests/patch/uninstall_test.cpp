@@ -69,6 +69,7 @@ protected:
         EXPECT_EQ(last.state, kTaskStateFinished);
         EXPECT_EQ(last.fraction, 1.0F);
         EXPECT_EQ(last.statusText, "Done.");
+        EXPECT_NE(seen.front().state, kTaskStateNone) << "a page would think that it has ended";
         seen.push_back(last);
         return seen;
     }

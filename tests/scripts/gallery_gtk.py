@@ -60,6 +60,14 @@ key("Return")
 wait_for("the sheet to close",
          lambda: find(app, "label", "A message sheet. Tasks go on below it.") is None)
 
+# An open menu has the keys for itself: Escape closes it and doesn't press the window's button.
+key("F10")
+get(app, "menu item", "Close")
+key("Right")
+get(app, "menu item", "Select All")
+key("Escape")
+wait_for("the menu to close", lambda: find(app, "menu item", "Select All") is None)
+
 # Space toggles a check box.
 box = get(app, "check box", "Put a shortcut on the desktop")
 was = has(box, Atspi.StateType.CHECKED)

@@ -51,7 +51,21 @@ wrong verify out/patch-control.txt player
 grep -q "^wrong	RSNE.exe	" answer
 wrong verify --after --json out/patch-control.txt game-1.0
 python3 -c 'import json; assert not json.load(open("answer"))["good"]'
+# Only the data file knows what an edited file and a new one must hold.
+cp -r player spoilt
+new=$(cd game-1.1 && find . -type f -size +0 | sed 's,^\./,,' | sort | while read -r name; do
+    [ -e "../game-1.0/$name" ] || { echo "$name"; break; }
+done)
+for name in RSNE.exe "$new"; do
+    chmod u+w "spoilt/$name"
+    printf '\377' | dd of="spoilt/$name" bs=1 conv=notrunc 2>/dev/null
+done
+wrong verify --after out/patch-control.txt spoilt
+[ "$(grep -c "^wrong	.*	has the checksum" answer)" = 2 ]
 cp out/patch-data.bin damaged.bin
+velpatch-kit verify --after --data missing.bin out/patch-control.txt player >/dev/null 2>words &&
+    exit 1
+[ $? = 2 ] && grep -q "missing.bin" words
 printf 'oops' | dd of=damaged.bin bs=1 seek=20000 conv=notrunc 2>/dev/null
 wrong inspect out/patch-control.txt damaged.bin
 grep -q "byte [0-9]* of '.*/damaged.bin', byte [0-9]* inflated, operation [0-9]* (" words

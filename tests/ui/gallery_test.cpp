@@ -22,11 +22,11 @@ protected:
 };
 
 TEST_P(Gallery, IsSoundToLookAt) {
-    EXPECT_EQ(m_user.FindFaults(), "");
+    EXPECT_STREQ(m_user.FindFaults().GetData(), "");
     for (const char* button : {"message", "long-message", "question", "choose", "licence"}) {
         EXPECT_TRUE(Did(m_user.Press(button)));
         EXPECT_TRUE(m_service.HasSheet()) << button;
-        EXPECT_EQ(m_user.FindFaults(), "") << button;
+        EXPECT_STREQ(m_user.FindFaults().GetData(), "") << button;
         EXPECT_TRUE(Did(m_user.PressClose()));
     }
 }

@@ -257,6 +257,10 @@ TEST_F(Menus, EditCommandsActOnTheFocusAndSaySoInTheMenu) {
     EXPECT_FALSE(Did(m_user.ChooseMenu("edit-copy"))); // nothing selected
     UIControl* edit = m_window->Find("edit")->AsControl();
     edit->ProcessMessage(CXMessage("edit-select-all"));
+    m_user.Key({'C', false, true}); // the shortcut asks for the state as well
+    Settle();
+    EXPECT_EQ(m_user.GetClipboard(), "text");
+    m_user.SetClipboard("");
     EXPECT_TRUE(Did(m_user.ChooseMenu("edit-copy")));
     EXPECT_EQ(m_user.GetClipboard(), "text");
     EXPECT_TRUE(Did(m_user.ClickInto("secret")));

@@ -255,7 +255,7 @@ TEST_F(Windows, LongMessagesScroll) {
     UIMessageSheet::Tell(window, CXString(text));
     EXPECT_TRUE(Did(true));
     EXPECT_FALSE(Shows("Label"));
-    EXPECT_EQ(m_user.FindFaults(), "");
+    EXPECT_STREQ(m_user.FindFaults().GetData(), "");
     EXPECT_LT(UIHeight(m_user.FindShown("OK")->GetParent()->GetRect()), 450);
 }
 
@@ -383,7 +383,7 @@ children
     Settle();
     EXPECT_EQ(top(), 120);
     EXPECT_FALSE(Shows("Bitmap")); // nothing lies behind texts in strong colours
-    EXPECT_EQ(m_user.FindFaults(), "");
+    EXPECT_STREQ(m_user.FindFaults().GetData(), "");
 }
 
 TEST_F(Windows, TheApplicationClosesAndRaisesWindows) {
@@ -446,6 +446,19 @@ TEST_F(Windows, NothingOutlivesTheLoop) {
     EXPECT_TRUE(m_service.GetWindows().empty());
     EXPECT_EQ(m_service.GetFrontWindow(), nullptr);
     EXPECT_EQ(Dump(), "");
+}
+
+TEST_F(Windows, ASheetFromTheSetUpComesOverItsWindow) {
+    struct Worried : RecordingWindow {
+        void Activate() override {
+            RecordingWindow::Activate();
+            UIMessageSheet::Tell(this, "Something is wrong.", "told");
+        }
+    };
+    CXUIWindow* window = m_service.Open(std::make_unique<Worried>());
+    EXPECT_EQ(m_service.GetFrontWindow(), m_service.GetTopOf(window));
+    EXPECT_TRUE(Did(m_user.Key(kUIKeyEnter)));
+    EXPECT_EQ(static_cast<RecordingWindow*>(window)->Take(), Names{"told=0"});
 }
 
 TEST_F(Windows, AWindowMayCloseWhileItIsSetUp) {
