@@ -28,42 +28,43 @@ class NginxServer:
 
     def start(self, publish):
         """`publish` writes a configuration for a port and gives its path."""
-        # Workers of another user couldn't reach a temporary folder.
-        words = "daemon off;" + (" user root root;" if os.geteuid() == 0 else "")
         for _ in range(TRIES):
             self.port = unused_port()
-            configuration = publish(self.port)
-            with open(self.log, "ab") as log:
-                self.process = subprocess.Popen(
-                    [shutil.which("nginx", path=PATH), "-c", configuration, "-g", words,
-                     "-e", "stderr"], stderr=log)
-            end = time.monotonic() + PATIENCE
-            while self.process.poll() is None and time.monotonic() < end:
-                with socket.socket() as probe:
-                    if probe.connect_ex(("127.0.0.1", self.port)) == 0:
-                        return
-                time.sleep(0.02)
-            self.stop()
+            if self.run(publish(self.port)):
+                return
         raise SystemExit(self.log.read_text())
+
+    def run(self, configuration):
+        """Serves what the file says; false if nginx ends instead."""
+        # Workers of another user couldn't reach a temporary folder.
+        words = "daemon off;" + (" user root root;" if os.geteuid() == 0 else "")
+        with open(self.log, "ab") as log:
+            self.process = subprocess.Popen(
+                [shutil.which("nginx", path=PATH), "-c", configuration, "-g", words,
+                 "-e", "stderr"], stderr=log)
+        end = time.monotonic() + PATIENCE
+        while self.process.poll() is None and time.monotonic() < end:
+            with socket.socket() as probe:
+                if probe.connect_ex(("127.0.0.1", self.port)) == 0:
+                    return True
+            time.sleep(0.02)
+        self.stop()
+        return False
 
     def workers(self):
         pid = self.process.pid
         return pathlib.Path(f"/proc/{pid}/task/{pid}/children").read_text(encoding="utf-8").split()
 
-    def reload(self, cut_off=False):
+    def reload(self):
         """Has it read its configuration again. For a moment old workers answer beside the new ones,
-        so it waits until none of the old is left; `cut_off` ends what they are sending."""
+        so it waits until none of the old is left."""
         old = self.workers()
         self.process.send_signal(signal.SIGHUP)
         end = time.monotonic() + PATIENCE
         while time.monotonic() < end:
             now = self.workers()
-            if set(now) - set(old):
-                if not set(old) & set(now):
-                    return
-                if cut_off:
-                    for worker in set(old) & set(now):
-                        os.kill(int(worker), signal.SIGTERM)
+            if now and not set(old) & set(now):
+                return
             time.sleep(0.02)
         raise SystemExit("nginx never read its configuration again")
 

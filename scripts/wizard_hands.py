@@ -36,8 +36,14 @@ class Hands:
         return found
 
     def run(self, words, **more):
-        self.started = subprocess.Popen([str(word) for word in words], stdout=subprocess.DEVNULL,
-                                        stderr=subprocess.DEVNULL, **more)
+        with open(self.work / "said", "wb") as said:
+            self.started = subprocess.Popen([str(word) for word in words], stdout=said,
+                                            stderr=subprocess.STDOUT, **more)
+
+    def said(self):
+        """What the program that was started last has written."""
+        path = self.work / "said"
+        return path.read_text(encoding="utf-8", errors="replace")[-3000:] if path.exists() else ""
 
     def gone(self):
         wait_for("the end", lambda: not self.programs(), self.programs)
@@ -57,6 +63,7 @@ class GtkHands(Hands):
         import gtk_user  # its bindings are there only where GTK is played
         self.user = gtk_user
         self.share = pathlib.Path(os.environ["XDG_DATA_HOME"])
+        self.app()  # a program that has to bring the services up itself may be seen by nobody
 
     def local(self, path):
         return pathlib.Path(path)
