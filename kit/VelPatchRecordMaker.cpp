@@ -48,7 +48,7 @@ private:
 /// comparison lose by alike. Of many bytes samples speak for the rest.
 uint64_t PackedSize(std::span<const uint8_t> bytes) {
     constexpr size_t kPiece = 1 << 16;
-    constexpr size_t kMostPieces = 32;
+    constexpr size_t kMostPieces = 16;
     const size_t pieces = bytes.size() / kPiece + 1;
     const size_t taken = std::min(pieces, kMostPieces);
     PackedSizeMeter meter;
@@ -154,13 +154,7 @@ VelPatchRecord MakeRecord(VelPatchPlannedOperation& planned, unsigned workers) {
         }
     };
     const size_t files = planned.sources.empty() ? 1 : 2;
-    if (workers > 1 && files > 1) {
-        RunParallel(files, workers, load, [](size_t) { return true; });
-    } else {
-        for (size_t i = 0; i < files; i++) {
-            load(i);
-        }
-    }
+    RunParallel(files, workers, load);
     record.result = newFile.result;
     record.problem = newFile.problem;
     if (record.result != kCXResultOK) {
