@@ -259,6 +259,7 @@ int RunKit(const std::vector<std::string>& arguments) {
     showing.quiet = options.quiet;
     showing.verbose = options.verbose;
     VelPatchConsole console(showing);
+    KitPlatform::ReturnFreedMemory();
     KitPlatform::CatchInterrupts();
     LoadApplicationConfiguration();
     if (!options.trustFile.empty() && !TrustTypedFile(options.trustFile, console)) {
