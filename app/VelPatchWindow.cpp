@@ -131,6 +131,16 @@ bool VelPatchWindow::SetTarget(const CXString& path) {
     return ApplyConfigurationToWindow();
 }
 
+const CXString& VelPatchWindow::GetProductName() const {
+    return m_configuration.productName.IsEmpty() ? m_configuration.installationFolderName
+                                                 : m_configuration.productName;
+}
+
+CXString VelPatchWindow::GetInstalledName() const {
+    const CXString name = m_services.readDisplayName(m_configuration);
+    return name.IsEmpty() ? m_configuration.installationFolderName : name;
+}
+
 void VelPatchWindow::ShowPage(int32_t index) {
     if (index == m_pageIndex) {
         return;

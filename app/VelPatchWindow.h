@@ -32,7 +32,7 @@ public:
     CXResult ProcessMessage(const CXMessage& message) override;
     void PeerMetricsChanged() override;
 
-    const VelPatchConfiguration& GetConfiguration() const { return m_configuration; }
+    VelPatchConfiguration& GetConfiguration() { return m_configuration; }
     VelPatchSettings& GetSettings() { return m_settings; }
     const VelPatchWizardServices& GetServices() const { return m_services; }
     /// Null only before the first and behind the last page.
@@ -46,6 +46,10 @@ public:
     void ShowPage(int32_t index);
     /// To the next (+1) or previous (-1) page that this run uses.
     void Step(int32_t direction);
+    /// What the product calls itself; without a name, its folder's.
+    const CXString& GetProductName() const;
+    /// What the system knows the installed product by; without an entry, its folder's name.
+    CXString GetInstalledName() const;
 
 private:
     void AddPictures();

@@ -157,10 +157,7 @@ void VelPatchWindowPatchPage::StartRun() {
 
 std::unique_ptr<VelPatchTask> VelPatchWindowPatchPage::MakeTask() {
     if (GetProcessSettings().uninstall) {
-        const VelPatchConfiguration& configuration = GetWizard().GetConfiguration();
-        return std::make_unique<VelPatchTask_Uninstall>(configuration.productName.IsEmpty()
-                                                            ? configuration.installationFolderName
-                                                            : configuration.productName);
+        return std::make_unique<VelPatchTask_Uninstall>(GetWizard().GetProductName());
     }
     const VelPatchSettings& settings = GetWizard().GetSettings();
     auto task = std::make_unique<VelPatchTask_ApplyFilePatches>();

@@ -26,13 +26,6 @@ children
 }
 )";
 
-/// As its uninstall entry calls it.
-CXString InstalledName(const VelPatchWindow& wizard) {
-    const VelPatchConfiguration& configuration = wizard.GetConfiguration();
-    const CXString name = wizard.GetServices().readDisplayName(configuration);
-    return name.IsEmpty() ? configuration.installationFolderName : name;
-}
-
 } // namespace
 
 void VelPatchWindowWelcomePage::Activate() {
@@ -40,9 +33,9 @@ void VelPatchWindowWelcomePage::Activate() {
     const VelPatchWindow& wizard = GetWizard();
     Get("heading").SetText(
         GetProcessSettings().uninstall
-            ? FormatLocalisedString("$velpatch_welcome_uninstall", InstalledName(wizard))
+            ? FormatLocalisedString("$velpatch_welcome_uninstall", wizard.GetInstalledName())
             : FormatLocalisedString("$velpatch_welcome_install", wizard.GetTitle(),
-                                    wizard.GetConfiguration().installationFolderName));
+                                    GetWizard().GetConfiguration().installationFolderName));
 }
 
 CXResult VelPatchWindowWelcomePage::Press(const CXString& control) {

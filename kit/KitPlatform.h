@@ -21,6 +21,11 @@ bool IsInterrupted();
 /// A plain file: neither folder nor link, device, pipe or socket.
 bool IsRegularFile(const CXString& path);
 
+/// Large blocks of memory go back to the system as soon as they are freed. Otherwise what the work
+/// on one large file leaves behind would be too scattered for the next one to fit into, and the
+/// process would grow with their number. To be called before other threads run.
+void ReturnFreedMemory();
+
 /// Largest resident memory of this process so far, in bytes.
 uint64_t GetPeakMemory();
 

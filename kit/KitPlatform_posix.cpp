@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <csignal>
+#include <malloc.h>
 #include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -55,6 +56,12 @@ bool IsInterrupted() {
 bool IsRegularFile(const CXString& path) {
     struct stat info = {};
     return lstat(path.GetData(), &info) == 0 && S_ISREG(info.st_mode);
+}
+
+void ReturnFreedMemory() {
+    // A threshold of our own also ends its growth with each block that is freed.
+    constexpr int kLargeBlock = 1 << 20;
+    mallopt(M_MMAP_THRESHOLD, kLargeBlock);
 }
 
 uint64_t GetPeakMemory() {

@@ -55,6 +55,8 @@ bool IsRegularFile(const CXString& path) {
            !CXFileSystem::IsLink(path);
 }
 
+void ReturnFreedMemory() {} // the system's heap does so by itself
+
 uint64_t GetPeakMemory() {
     PROCESS_MEMORY_COUNTERS counters = {};
     counters.cb = sizeof counters;

@@ -60,9 +60,7 @@ public:
             m_text.AppendFormat("%s %s\n", key, checksum.GetData());
         }
     }
-    void PutNumber(const char* key, int64_t number) {
-        m_text.AppendFormat("%s %d\n", key, number);
-    }
+    void PutNumber(const char* key, int64_t number) { m_text.AppendFormat("%s %d\n", key, number); }
     void Open(absl::string_view key) {
         m_text.Append(key);
         m_text.Append(" {");

@@ -11,7 +11,7 @@
 namespace {
 
 constexpr int kBestLevel = 9;
-constexpr size_t kPiecesAtOnce = 8;
+constexpr size_t kPiecesAtOnce = 16;
 constexpr uint64_t kFileWriteBuffer = 1 << 16;
 constexpr size_t kLongString = 255;
 
@@ -96,8 +96,7 @@ void VelPatchDataWriter::Append(std::span<const uint8_t> bytes) {
         }
         const size_t room = kBatch - (m_pending.size() - m_windowSize);
         const std::span<const uint8_t> part = bytes.first(std::min(room, bytes.size()));
-        m_adler = static_cast<uint32_t>(
-            adler32_z(m_adler, part.data(), part.size()));
+        m_adler = static_cast<uint32_t>(adler32_z(m_adler, part.data(), part.size()));
         m_pending.insert(m_pending.end(), part.begin(), part.end());
         bytes = bytes.subspan(part.size());
     }
@@ -143,13 +142,7 @@ void VelPatchDataWriter::Compress(bool isLast) {
             DeflatePiece(bytes, window, isEnd, m_level, outs[i]);
         }
     };
-    if (m_workers == 1 || count == 1) {
-        for (size_t i = 0; i < count; i++) {
-            compress(i);
-        }
-    } else {
-        RunParallel(count, m_workers, compress, [](size_t) { return true; });
-    }
+    RunParallel(count, m_workers, compress);
     for (const std::vector<uint8_t>& out : outs) {
         WriteOut(out);
     }

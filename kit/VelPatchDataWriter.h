@@ -14,7 +14,7 @@
 /// The stream is cut into pieces of one size, which are compressed apart, each with the 32 KiB in
 /// front of it as its window, and joined on byte boundaries: the same bytes give the same file
 /// whatever the number of threads. Level 9 takes VelPatchDeflater, the lower ones zlib's own
-/// deflate. Memory: some 2 MiB plus 20 MiB per thread. One thread may call it.
+/// deflate. Memory: some 5 MiB plus 20 MiB per thread. One thread may call it.
 class VelPatchDataWriter {
 public:
     VelPatchDataWriter();

@@ -21,13 +21,14 @@ constexpr int kMaxCodeLength = 15;
 constexpr int kMaxHeaderCodeLength = 7;
 constexpr int kEndOfBlock = 256;
 
-constexpr uint16_t kLengthBase[29] = {3,  4,  5,  6,  7,  8,  9,  10, 11,  13,  15,  17,  19,  23, 27,
-                                      31, 35, 43, 51, 59, 67, 83, 99, 115, 131, 163, 195, 227, 258};
+constexpr uint16_t kLengthBase[29] = {3,  4,  5,  6,   7,   8,   9,   10,  11, 13,
+                                      15, 17, 19, 23,  27,  31,  35,  43,  51, 59,
+                                      67, 83, 99, 115, 131, 163, 195, 227, 258};
 constexpr uint8_t kLengthExtra[29] = {0, 0, 0, 0, 0, 0, 0, 0, 1, 1, 1, 1, 2, 2, 2,
                                       2, 3, 3, 3, 3, 4, 4, 4, 4, 5, 5, 5, 5, 0};
-constexpr uint16_t kDistanceBase[30] = {1,   2,   3,   4,   5,   7,    9,    13,   17,   25,
-                                        33,  49,  65,  97,  129, 193,  257,  385,  513,  769,
-                                        1025, 1537, 2049, 3073, 4097, 6145, 8193, 12289, 16385, 24577};
+constexpr uint16_t kDistanceBase[30] = {
+    1,   2,   3,   4,   5,   7,    9,    13,   17,   25,   33,   49,   65,    97,    129,
+    193, 257, 385, 513, 769, 1025, 1537, 2049, 3073, 4097, 6145, 8193, 12289, 16385, 24577};
 constexpr uint8_t kDistanceExtra[30] = {0, 0, 0, 0, 1, 1, 2, 2,  3,  3,  4,  4,  5,  5,  6,
                                         6, 7, 7, 8, 8, 9, 9, 10, 10, 11, 11, 12, 12, 13, 13};
 
@@ -159,7 +160,7 @@ void PriceSymbols(const uint32_t* counts, int count, uint32_t* prices) {
         // A symbol that the last round did without may come in at the price of a rare one.
         const double seen = std::max(static_cast<double>(counts[i]), 0.5);
         const double bits = std::clamp(std::log2(std::max(total, 1.0) / seen), 0.5, 14.0);
-        prices[i] = static_cast<uint32_t>(bits * kPriceUnit + 0.5);
+        prices[i] = static_cast<uint32_t>(std::lround(bits * kPriceUnit));
     }
 }
 
@@ -344,8 +345,7 @@ struct VelPatchDeflater::Codes {
 };
 
 VelPatchDeflater::VelPatchDeflater()
-    : m_heads3(size_t{1} << kHashBits), m_heads4(size_t{1} << kHashBits),
-      m_children(2 * kWindow) {}
+    : m_heads3(size_t{1} << kHashBits), m_heads4(size_t{1} << kHashBits), m_children(2 * kWindow) {}
 
 void VelPatchDeflater::Compress(std::span<const uint8_t> bytes, size_t windowSize, bool isLast,
                                 std::vector<uint8_t>& out) {
@@ -423,7 +423,8 @@ void VelPatchDeflater::FindMatchesAt(uint32_t position, uint32_t mostLength, boo
         best = std::max(best, length);
     };
 
-    constexpr uint32_t kThree = std::endian::native == std::endian::little ? 0xFFFFFFU : 0xFFFFFF00U;
+    constexpr uint32_t kThree =
+        std::endian::native == std::endian::little ? 0xFFFFFFU : 0xFFFFFF00U;
     int32_t& head3 = m_heads3[HashOf(word & kThree)];
     if (at - head3 < kReach && ((Load32(bytes + head3) ^ word) & kThree) == 0) {
         keep(3, head3);
@@ -586,8 +587,7 @@ void VelPatchDeflater::WriteBlock(uint32_t start, uint32_t end, bool isLast,
     codes.MakeDynamic(counts);
     Codes fixed;
     fixed.MakeFixed();
-    if (fixed.HeaderBits() + fixed.BodyBits(counts) <
-        codes.HeaderBits() + codes.BodyBits(counts)) {
+    if (fixed.HeaderBits() + fixed.BodyBits(counts) < codes.HeaderBits() + codes.BodyBits(counts)) {
         codes = fixed;
     }
     constexpr uint32_t kMostStored = 0xFFFF;
@@ -615,8 +615,7 @@ void VelPatchDeflater::WriteBlock(uint32_t start, uint32_t end, bool isLast,
             writer.Put(step.length - uint32_t{kLengthBase[length]}, kLengthExtra[length]);
             const uint32_t distance = DistanceSymbol(step.distance);
             writer.Put(codes.distanceCodes[distance], codes.distanceLengths[distance]);
-            writer.Put(step.distance - uint32_t{kDistanceBase[distance]},
-                       kDistanceExtra[distance]);
+            writer.Put(step.distance - uint32_t{kDistanceBase[distance]}, kDistanceExtra[distance]);
         }
         at += step.length;
     }

@@ -1,5 +1,7 @@
 #include "kit/VelPatchDiffPrices.h"
 
+#include "kit/VelPatchParallel.h"
+
 #include <algorithm>
 #include <bit>
 #include <cmath>
@@ -12,8 +14,9 @@ constexpr uint32_t kUnit = 16; // prices are in sixteenths of a bit
 constexpr int kRounds = 3;
 // A run of this length is never given up, which bounds how far the choice looks back.
 constexpr uint64_t kSurelyWorthy = 32;
-constexpr size_t kMostGivenUp = 16; // in a row
-constexpr uint64_t kSmall = 64;     // lengths below it have a price of their own
+constexpr size_t kMostGivenUp = 16;      // in a row
+constexpr size_t kShareLength = 1 << 14; // runs that one thread takes at a time
+constexpr uint64_t kSmall = 64;          // lengths below it have a price of their own
 
 // Bits of a command that its numbers don't explain: half the share of copies, half of replaces.
 constexpr uint32_t kCommandPrice = 4 * kUnit;
@@ -23,13 +26,15 @@ constexpr double kLeastFactor = 0.25;
 
 /// A number below kSmall by itself, a larger one by its size.
 size_t ClassOf(uint64_t number) {
-    return number < kSmall ? static_cast<size_t>(number)
-                           : static_cast<size_t>(kSmall) + static_cast<size_t>(std::bit_width(number));
+    return number < kSmall
+               ? static_cast<size_t>(number)
+               : static_cast<size_t>(kSmall) + static_cast<size_t>(std::bit_width(number));
 }
 constexpr size_t kClasses = kSmall + 65;
 
 uint32_t ExtraOf(uint64_t number) {
-    return number < kSmall ? 0 : (static_cast<uint32_t>(std::bit_width(number)) - 1) * kUnit * 3 / 4;
+    return number < kSmall ? 0
+                           : (static_cast<uint32_t>(std::bit_width(number)) - 1) * kUnit * 3 / 4;
 }
 
 /// How often each of a set of symbols has come up, and its price.
@@ -53,8 +58,9 @@ template <size_t Count> struct Model {
 
 class Chooser {
 public:
-    Chooser(std::vector<VelPatchMatch>& runs, std::span<const uint8_t> newBytes)
-        : m_runs(runs), m_new(newBytes) {
+    Chooser(std::vector<VelPatchMatch>& runs, std::span<const uint8_t> newBytes, unsigned workers)
+        : m_runs(runs), m_new(newBytes), m_workers(workers) {
+        SetBorders();
         // To begin with: a literal byte at about 6 bits, each command at about 14.
         std::fill(m_literals.prices.begin(), m_literals.prices.end(), 6 * kUnit);
         std::fill(m_copies.prices.begin(), m_copies.prices.end(), 4 * kUnit);
@@ -100,23 +106,45 @@ private:
 
     void Choose() {
         const size_t count = m_runs.size();
-        m_cost.assign(count + 1, 0);
-        m_previous.assign(count + 1, 0);
+        m_cost.resize(count + 1);
+        m_previous.resize(count + 1);
         m_isKept.assign(count, 0);
         m_ownPrice.resize(count);
         m_gapPrice.resize(count + 1);
-        for (size_t i = 0; i <= count; i++) { // number `count`: the end of the file
+        const auto choose = [&](size_t share) {
+            ChooseShare(m_borders[share], m_borders[share + 1]);
+        };
+        RunParallel(m_borders.size() - 1, m_workers, choose);
+        for (size_t at = m_previous[count]; at != 0; at = m_previous[at - 1]) {
+            m_isKept[at - 1] = 1;
+        }
+    }
+
+    /// Cuts the runs behind ones that are surely kept, so that the choice in each share is by
+    /// itself.
+    void SetBorders() {
+        m_borders = {0};
+        for (size_t i = kShareLength; i < m_runs.size(); i++) {
+            if (i - m_borders.back() >= kShareLength && m_runs[i - 1].length >= kSurelyWorthy) {
+                m_borders.push_back(i);
+            }
+        }
+        m_borders.push_back(m_runs.size() + 1); // number `size`: the end of the file
+    }
+
+    void ChooseShare(size_t first, size_t last) {
+        const size_t count = m_runs.size();
+        for (size_t i = first; i < last; i++) {
             const uint64_t start = i == 0 ? 0 : m_runs[i - 1].NewEnd();
             const uint64_t end = i == count ? m_new.size() : m_runs[i].newStart;
             m_gapPrice[i] = LiteralPrice(start, end);
             if (i < count) {
-                m_ownPrice[i] =
-                    m_runs[i].length < kSurelyWorthy
-                        ? LiteralPrice(m_runs[i].newStart, m_runs[i].NewEnd())
-                        : 0;
+                m_ownPrice[i] = m_runs[i].length < kSurelyWorthy
+                                    ? LiteralPrice(m_runs[i].newStart, m_runs[i].NewEnd())
+                                    : 0;
             }
         }
-        for (size_t i = 0; i <= count; i++) {
+        for (size_t i = first; i < last; i++) {
             const bool isEnd = i == count;
             const uint64_t newAt = isEnd ? m_new.size() : m_runs[i].newStart;
             uint64_t literals = m_gapPrice[i];
@@ -128,7 +156,7 @@ private:
                 const uint64_t newEnd = before == 0 ? 0 : m_runs[before - 1].NewEnd();
                 // What is left of the old file at the end needs no word.
                 const uint64_t skip = isEnd ? newAt - newEnd : m_runs[i].oldStart - oldEnd;
-                const uint64_t cost = (before == 0 ? 0 : m_cost[before - 1]) + literals +
+                const uint64_t cost = (before <= first ? 0 : m_cost[before - 1]) + literals +
                                       ReplacePrice(skip, newAt - newEnd);
                 if (cost < best) {
                     best = cost;
@@ -142,9 +170,6 @@ private:
             }
             m_cost[i] = best + (isEnd ? 0 : CopyPrice(m_runs[i].length));
             m_previous[i] = static_cast<uint32_t>(from);
-        }
-        for (size_t at = m_previous[count]; at != 0; at = m_previous[at - 1]) {
-            m_isKept[at - 1] = 1;
         }
     }
 
@@ -212,10 +237,12 @@ private:
 
     std::vector<VelPatchMatch>& m_runs;
     std::span<const uint8_t> m_new;
+    unsigned m_workers;
+    std::vector<size_t> m_borders; ///< of the shares that threads take
     std::vector<uint8_t> m_sample;
     Model<256> m_literals;
     Model<kClasses> m_copies;
-    Model<kClasses> m_shifts; ///< skip and length of a replace whose two differ
+    Model<kClasses> m_shifts;    ///< skip and length of a replace whose two differ
     Model<kClasses + 1> m_edits; ///< length of a replace in place; the last: the two differ
     std::vector<uint64_t> m_cost;
     std::vector<uint32_t> m_previous;
@@ -226,8 +253,9 @@ private:
 
 } // namespace
 
-void KeepWorthyRuns(std::vector<VelPatchMatch>& runs, std::span<const uint8_t> newBytes) {
+void KeepWorthyRuns(std::vector<VelPatchMatch>& runs, std::span<const uint8_t> newBytes,
+                    unsigned workers) {
     if (!runs.empty()) {
-        Chooser(runs, newBytes).Run();
+        Chooser(runs, newBytes, workers).Run();
     }
 }

@@ -44,7 +44,7 @@ std::vector<VelPatchMatch> VelPatchDiffer::FindMatches() {
     std::vector<VelPatchMatch> runs =
         FillGaps(m_old, m_new, m_matches, kLeastRun, m_new.size() / kRunShare);
     m_matches = std::vector<VelPatchMatch>();
-    KeepWorthyRuns(runs, m_new);
+    KeepWorthyRuns(runs, m_new, m_workers);
     return runs;
 }
 
@@ -118,7 +118,7 @@ void VelPatchDiffer::AlignGaps(const Region& region, const std::vector<VelPatchM
         shares[i].m_mostMatches = m_mostMatches / kShares;
         alignFrom(shares[i], border(i), border(i + 1));
     };
-    RunParallel(kShares, m_workers, align, [](size_t) { return true; });
+    RunParallel(kShares, m_workers, align);
     for (VelPatchDiffer& share : shares) {
         for (const VelPatchMatch& match : share.m_matches) {
             Add(match);

@@ -2,11 +2,14 @@
 
 #include "kit/VelPatchDiffer.h"
 #include "kit/VelPatchResultText.h"
+#include "stream/CXStreamFile.h"
 #include "stream/CXStreamTools.h"
 
 #include <algorithm>
 
 namespace {
+
+constexpr size_t kReadPiece = 1 << 20;
 
 void AppendU32(std::vector<uint8_t>& out, uint64_t number) {
     for (int shift = 24; shift >= 0; shift -= 8) {
@@ -46,8 +49,25 @@ private:
 } // namespace
 
 CXResult ReadFileToDiff(const CXString& path, std::vector<uint8_t>& bytes, CXString& problem) {
-    const CXResult result = ReadWholeFile(path, bytes, SIZE_MAX / 4);
+    bytes.clear();
+    CXStreamFile file;
+    file.Open(path, kOpenRead);
+    CXResult result = file.IsOpen() ? kCXResultOK : CXResultCertainFailure(file.GetLastError());
+    const uint64_t size = file.IsOpen() ? file.GetSize() : 0;
+    if (result == kCXResultOK && size == 0) { // or a special file, which tells no size
+        result = ReadWholeFile(path, bytes, SIZE_MAX / 4);
+    } else if (result == kCXResultOK) {
+        // Into a place of just the right size: one that grows takes three times as much.
+        bytes.resize(static_cast<size_t>(size));
+        for (size_t at = 0, part = 0; at < bytes.size() && result == kCXResultOK; at += part) {
+            part = std::min(bytes.size() - at, kReadPiece);
+            result = file.Read(bytes.data() + at, part) == part
+                         ? kCXResultOK
+                         : CXResultCertainFailure(file.GetLastError());
+        }
+    }
     if (result != kCXResultOK) {
+        bytes.clear();
         problem = CXString::Format("'%s' can't be read: %s", path.GetData(), ResultText(result));
     }
     return result;

@@ -1,5 +1,5 @@
-// The kit's commands that make patches, look at them, targets and configurations, cut data files up,
-// publish a service, and remove a game.
+// The kit's commands that make patches, look at them, targets and configurations, cut data files
+// up, publish a service, and remove a game.
 #pragma once
 
 #include <functional>

@@ -49,11 +49,10 @@ bool NeedsPermissions(const VelPatchPlannedOperation& planned) {
     if (!isFile || planned.IsInPlace()) {
         return true;
     }
-    const auto source = std::find_if(
-        planned.sources.begin(), planned.sources.end(),
-        [&](const VelPatchSource& each) { return each.path == operation.sourcePath; });
-    return planned.newMode !=
-           (source != planned.sources.end() ? source->mode : kUsualFileMode);
+    const auto source =
+        std::find_if(planned.sources.begin(), planned.sources.end(),
+                     [&](const VelPatchSource& each) { return each.path == operation.sourcePath; });
+    return planned.newMode != (source != planned.sources.end() ? source->mode : kUsualFileMode);
 }
 
 } // namespace

@@ -56,20 +56,18 @@ uint64_t HashSeed(const uint8_t* bytes, uint32_t length) {
 /// Where each seed of the old range stands: a table of chains, each in rising order.
 class SeedIndex {
 public:
-    SeedIndex(std::span<const uint8_t> bytes, uint32_t seedLength, uint32_t step)
+    /// Two threads share the work on a large range, if there are as many workers.
+    SeedIndex(std::span<const uint8_t> bytes, uint32_t seedLength, uint32_t step, unsigned workers)
         : m_seedLength(seedLength), m_step(step) {
         const uint64_t count =
             bytes.size() < seedLength ? 0 : (bytes.size() - seedLength) / step + 1;
         m_bits = std::max(4, static_cast<int>(std::bit_width(count)));
         m_heads.assign(uint64_t{1} << m_bits, 0);
         m_next.resize(count);
-        // From the back, so that each chain begins with the first place.
-        for (uint64_t i = count; i-- > 0;) {
-            const uint64_t hash = HashSeed(bytes.data() + i * step, seedLength);
-            uint64_t& head = m_heads[SlotOf(hash)];
-            m_next[i] = static_cast<uint32_t>(head & kIndexMask);
-            head = (hash & ~kIndexMask) | (i + 1);
-        }
+        const uint64_t parts = workers > 1 && count >= kLeastToShare ? 2 : 1;
+        RunParallel(parts, workers, [&](size_t i) {
+            Fill(bytes, i * m_heads.size() / parts, (i + 1) * m_heads.size() / parts);
+        });
     }
 
     uint64_t HashAt(const uint8_t* bytes) const { return HashSeed(bytes, m_seedLength); }
@@ -91,6 +89,22 @@ public:
 
 private:
     static constexpr uint64_t kIndexMask = 0xFFFFFFFFULL;
+    static constexpr uint64_t kLeastToShare = 1 << 18;
+
+    /// Enters the seeds that fall into these slots.
+    void Fill(std::span<const uint8_t> bytes, uint64_t firstSlot, uint64_t endSlot) {
+        // From the back, so that each chain begins with the first place.
+        for (uint64_t i = m_next.size(); i-- > 0;) {
+            const uint64_t hash = HashSeed(bytes.data() + i * m_step, m_seedLength);
+            const uint64_t slot = SlotOf(hash);
+            if (slot < firstSlot || slot >= endSlot) {
+                continue;
+            }
+            uint64_t& head = m_heads[slot];
+            m_next[i] = static_cast<uint32_t>(head & kIndexMask);
+            head = (hash & ~kIndexMask) | (i + 1);
+        }
+    }
 
     uint64_t SlotOf(uint64_t hash) const { return (hash * 0xD6E8FEB86659FD93ULL) >> (64 - m_bits); }
 
@@ -351,20 +365,14 @@ std::vector<VelPatchMatch> FindSeedMatches(std::span<const uint8_t> oldBytes,
     if (oldBytes.size() < seeding.seedLength || newBytes.size() < seeding.seedLength) {
         return {};
     }
-    const SeedIndex index(oldBytes, seeding.seedLength, seeding.step);
+    const SeedIndex index(oldBytes, seeding.seedLength, seeding.step, workers);
     const size_t stretches = static_cast<size_t>(newBytes.size() / kStretch + 1);
     std::vector<std::vector<VelPatchMatch>> founds(stretches);
     const auto scan = [&](size_t i) {
         founds[i] = SeedScan(oldBytes, newBytes, seeding, index, seeding.mostMatches / stretches)
                         .Run(i * kStretch, (i + 1) * kStretch);
     };
-    if (stretches == 1 || workers == 1) {
-        for (size_t i = 0; i < stretches; i++) {
-            scan(i);
-        }
-    } else {
-        RunParallel(stretches, workers, scan, [](size_t) { return true; });
-    }
+    RunParallel(stretches, workers, scan);
     std::vector<VelPatchMatch> all = std::move(founds[0]);
     for (size_t i = 1; i < stretches; i++) {
         all.insert(all.end(), founds[i].begin(), founds[i].end());

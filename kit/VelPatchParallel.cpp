@@ -82,3 +82,15 @@ bool RunParallel(size_t count, unsigned workers, const std::function<void(size_t
     threads.clear(); // each ends with the item it is at
     return done == count;
 }
+
+void RunParallel(size_t count, unsigned workers, const std::function<void(size_t)>& work) {
+    SharedWork shared(work, count);
+    std::vector<std::unique_ptr<ParallelThread>> threads;
+    for (size_t i = 1; i < std::min<size_t>(workers, count); i++) {
+        threads.push_back(std::make_unique<ParallelThread>(shared));
+        threads.back()->Start();
+    }
+    while (shared.RunNext()) {
+    }
+    threads.clear(); // each ends with the item it is at
+}

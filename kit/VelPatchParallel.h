@@ -13,3 +13,6 @@ unsigned GetProcessorCount();
 /// thread can be had the calling thread does the work.
 bool RunParallel(size_t count, unsigned workers, const std::function<void(size_t)>& work,
                  const std::function<bool(size_t)>& tick);
+/// The same without a tick: the calling thread is one of the workers, so one worker takes no
+/// thread.
+void RunParallel(size_t count, unsigned workers, const std::function<void(size_t)>& work);

@@ -20,7 +20,7 @@ struct VelPatchSource {
     CXString path; ///< relative to the target
     CXString file; ///< absolute: the same bytes at hand
     uint64_t size = 0;
-    uint32_t mode = 0; ///< which a file made from it gets if no other is stated
+    uint32_t mode = 0;   ///< which a file made from it gets if no other is stated
     bool isMade = false; ///< by an operation before: no checksum of it can be asked for
 };
 
@@ -102,9 +102,9 @@ private:
     std::vector<uint8_t> m_isSame;             ///< per old file: the one at its path has its bytes
     std::vector<VelPatchSketch> m_newSketches; ///< per new entry; empty but for files at new paths
     VelPatchSimilarity m_similarity;           ///< numbers: old entries, then new ones
-    std::vector<CXString> m_targetPaths; ///< per new entry
-    std::vector<size_t> m_oldOf;         ///< per new entry: the old one at its path, or kNone
-    std::vector<size_t> m_newOf;         ///< per old entry
+    std::vector<CXString> m_targetPaths;       ///< per new entry
+    std::vector<size_t> m_oldOf;               ///< per new entry: the old one at its path, or kNone
+    std::vector<size_t> m_newOf;               ///< per old entry
     std::vector<VelPatchPlannedOperation> m_operations;
     std::vector<CXString> m_warnings;
 };

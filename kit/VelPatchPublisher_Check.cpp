@@ -136,8 +136,7 @@ void VelPatchPublisher::CheckPatch(const VelPatchPublishStream& stream,
     if (!stream.anchorFile.IsEmpty()) {
         const VelPatchDataFile data = OpenDataFile(patch.dataPath, words);
         if (data.stream) {
-            TakeRecordChecksums(control, *data.stream,
-                                [this](double) { return !IsStopped(); });
+            TakeRecordChecksums(control, *data.stream, [this](double) { return !IsStopped(); });
         }
         CheckAnchor(stream, build, patch, control);
     }

@@ -11,8 +11,8 @@
 struct VelPatchTreeEntry {
     CXString path; ///< relative to the tree, "/" as separator
     bool isFolder = false;
-    uint64_t size = 0; ///< bytes; 0 for a folder
-    uint32_t mode = 0; ///< POSIX permission bits; 0 where the system has none
+    uint64_t size = 0;    ///< bytes; 0 for a folder
+    uint32_t mode = 0;    ///< POSIX permission bits; 0 where the system has none
     int64_t modified = 0; ///< ms since the Unix epoch
 
     /// "posix:%04o", or empty where the system has no such bits.
@@ -44,8 +44,8 @@ public:
     /// MD5 of a file, 32 lower-case hexadecimal characters; empty if it can't be read. The answer
     /// is kept.
     const CXString& GetChecksum(size_t index);
-    /// The first file that isn't as it was when it was listed (size, time of change), or the empty
-    /// text.
+    /// The first entry that isn't as it was when the folder was listed (size and time of change of
+    /// files), has come or has gone since, or the empty text. Lists the folder again.
     CXString FindChanged() const;
     /// Sum of the sizes of all files, bytes.
     uint64_t GetTotalSize() const;
@@ -55,6 +55,7 @@ private:
                         const std::vector<CXString>& ignored, CXString& problem);
 
     CXString m_folder;
+    std::vector<CXString> m_ignored;
     std::vector<VelPatchTreeEntry> m_entries;
     std::vector<CXString> m_checksums; ///< as long as m_entries; empty: not yet taken
 };

@@ -94,10 +94,10 @@ bool ApplyConfiguration(VelPatchConfiguration& configuration, VelPatchSettings& 
 
     configuration.anchorFile = text("patch-anchor-file");
     configuration.bundleId = text("application-bundle-id");
+    configuration.productName = text("product-name");
     configuration.installationFolderName =
         root->Get("installation-folder-name")->GetString("untitled.app");
     configuration.installationId = text("installation-id");
-    configuration.productName = text("product-name");
     configuration.serviceBase = ServiceBaseOf(*root);
     const CXString controlFile = text("patch-control-file");
     configuration.isOffline = !controlFile.IsEmpty();

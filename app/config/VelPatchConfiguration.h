@@ -12,10 +12,10 @@ struct VelPatchConfiguration {
     CXString targetPath;
     CXString anchorFile; ///< file, relative to the target, whose checksum names the build
     CXString bundleId;
+    CXString productName; ///< as the window's title shows it
     CXString installationId;
     CXString serviceBase; ///< see ServiceBaseOf
     CXString installationFolderName;
-    CXString productName;    ///< what the user knows the product by; may be empty
     CXString anchorChecksum; ///< the one build that an offline patch accepts
     CXString offlineDescription;
     DNValueRef registryEdits; ///< shared with the configuration tree

@@ -301,8 +301,8 @@ TEST_F(Maker, NewFilesComeFromTheMostSimilar) {
     m_folder.WriteFile("old/bin/app-1f3a.js", program);
     m_folder.WriteFile("old/maps/one", level);
     m_folder.WriteFile("old/other", noise(300000));
-    m_folder.WriteFile("new/lib/app-99c0.js", program.substr(0, 200000) + "changed" +
-                                                  program.substr(200000));
+    m_folder.WriteFile("new/lib/app-99c0.js",
+                       program.substr(0, 200000) + "changed" + program.substr(200000));
     m_folder.WriteFile("new/maps/one", level);
     m_folder.WriteFile("new/maps/two", level.substr(0, 60000) + noise(200) + level.substr(60000));
     m_folder.WriteFile("new/a", fresh);
@@ -328,8 +328,7 @@ TEST_F(Maker, NewFilesComeFromTheMostSimilar) {
         EXPECT_STREQ(operations[i].sourcePath.GetData(), expected[i].source);
         EXPECT_STREQ(operations[i].destinationPath.GetData(), expected[i].destination);
         // What the run itself makes can't be asked for before it.
-        EXPECT_EQ(operations[i].sourceChecksum.IsEmpty(),
-                  expected[i].isMade || i == 0);
+        EXPECT_EQ(operations[i].sourceChecksum.IsEmpty(), expected[i].isMade || i == 0);
     }
 }
 
@@ -350,8 +349,8 @@ TEST_F(Maker, WorkersDontShow) {
     for (int i = 0; i < 60; i++) {
         const std::string text = program.substr(random() % 5000000, 3000);
         m_folder.WriteFile("old/f" + std::to_string(i), text);
-        m_folder.WriteFile("new/f" + std::to_string(i), text.substr(0, 1000) + "-" +
-                                                            text.substr(1100));
+        m_folder.WriteFile("new/f" + std::to_string(i),
+                           text.substr(0, 1000) + "-" + text.substr(1100));
     }
     ASSERT_EQ(Make(true, true, 1), kCXResultOK) << m_problem.GetData();
     const std::string control = m_folder.ReadFile("out/patch-control.txt");
@@ -380,12 +379,11 @@ TEST_F(Maker, LeavesOutWhatIsIgnored) {
         const char* path;
         const char* glob;
         bool isMatch;
-    } cases[] = {{"a/b/c", "a/**", true},       {"a/b/c", "a/*", false},
-                 {"a/b/c", "**/c", true},       {"a/b/c", "c", true},
-                 {"a/b/c", "a/*/c", true},      {"\xC3\xA4.txt", "?.txt", true},
-                 {"a/b/c", "a?b/c", false},     {"aXbXbc", "a*bc", true},
-                 {"a/x/b/y/b", "a/**/b", true}, {"ab", "a*b*c", false},
-                 {"a/b1/c/b2/d", "**/b*/d", true}};
+    } cases[] = {
+        {"a/b/c", "a/**", true},   {"a/b/c", "a/*", false},         {"a/b/c", "**/c", true},
+        {"a/b/c", "c", true},      {"a/b/c", "a/*/c", true},        {"\xC3\xA4.txt", "?.txt", true},
+        {"a/b/c", "a?b/c", false}, {"aXbXbc", "a*bc", true},        {"a/x/b/y/b", "a/**/b", true},
+        {"ab", "a*b*c", false},    {"a/b1/c/b2/d", "**/b*/d", true}};
     for (const auto& each : cases) {
         EXPECT_EQ(MatchesGlob(each.path, each.glob), each.isMatch) << each.path << " " << each.glob;
     }
@@ -410,6 +408,16 @@ TEST_F(Maker, NoticesFilesThatChangeMeanwhile) {
         EXPECT_TRUE(Complains(changing)) << m_problem.GetData();
         EXPECT_TRUE(m_folder.Tree("out").empty()) << "nothing half done";
         m_folder.WriteFile(changing, before);
+    }
+    for (const char* coming : {"new/late", "old/later/late"}) {
+        SCOPED_TRACE(coming);
+        m_meanwhile = [&] {
+            m_folder.WriteFile(coming, "late");
+            return false;
+        };
+        EXPECT_NE(Make(), kCXResultOK);
+        EXPECT_TRUE(Complains("late' has changed") || Complains("later' has changed"))
+            << m_problem.GetData();
     }
 }
 
@@ -439,6 +447,8 @@ TEST_F(Maker, RefusesWhatCannotBeTold) {
         {"file to folder", {"old/a/name", "new/a/name/inside"}, "a/name"},
         {"two names in one", {"new/Readme", "new/README"}, "README", true},
         {"a link", {"new/file"}, "new/link", true},
+        {"a name that Windows cuts", {"new/name."}, "name.", true},
+        {"a name that is no text", {"new/n\xFFme"}, "UTF-8", true},
         {"the patcher's own folder", {"new/Patcher-Temp/file"}, "Patcher-Temp", true},
     };
     for (const Case& each : cases) {
