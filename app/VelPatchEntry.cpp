@@ -11,6 +11,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <utility>
 
 namespace {
 
@@ -19,11 +20,6 @@ namespace {
 [[noreturn]] void EndProcess(int exitCode) {
     std::fflush(nullptr);
     std::_Exit(exitCode);
-}
-
-void SayThereIsNoWindow() {
-    std::fputs("velpatch: this build has no window yet; --checkforpatch works without one\n",
-               stderr);
 }
 
 } // namespace
@@ -40,12 +36,14 @@ int RunVelPatch(const VelPatchArguments& arguments, const VelPatchEntryHooks& ho
         CXFileSystem::SetCurrentDirectory(CXFileSystem::GetApplicationFolder());
         CXInstallCrashHandler();
         LoadApplicationConfiguration();
-        if (hooks.runApplication) {
-            hooks.runApplication();
-        } else {
-            SayThereIsNoWindow();
-        }
-        VelPatchEntryPlatform::StopWindowServices();
+        bool isStopped = false;
+        const auto stopWindowServices = [&isStopped] {
+            if (!std::exchange(isStopped, true)) {
+                VelPatchEntryPlatform::StopWindowServices();
+            }
+        };
+        hooks.runApplication(stopWindowServices);
+        stopWindowServices();
     }
     CXRuntime::Stop();
     return GetProcessSettings().exitCode;

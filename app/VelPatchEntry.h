@@ -17,8 +17,9 @@ struct VelPatchArguments {
 struct VelPatchEntryHooks {
     /// Makes the application object, runs the main loop to its end, closes what is open and clears
     /// away the application object. Called on the main thread, when the configuration and its
-    /// texts are loaded; unset, the run says that it has no window and ends.
-    std::function<void()> runApplication;
+    /// texts are loaded; must be set. It calls `stopWindowServices` once no window is left, or
+    /// leaves that to the end of the run.
+    std::function<void(const std::function<void()>& stopWindowServices)> runApplication;
 };
 
 /// Runs the program on the calling thread, which becomes the main one:
@@ -28,7 +29,7 @@ struct VelPatchEntryHooks {
 /// 4. makes the program's folder the current one, installs the crash filter, loads the
 ///    configuration, runs the application, and goes down in the reverse order.
 /// Gives the exit code; once per process.
-int RunVelPatch(const VelPatchArguments& arguments, const VelPatchEntryHooks& hooks = {});
+int RunVelPatch(const VelPatchArguments& arguments, const VelPatchEntryHooks& hooks);
 
 /// What windows need of the system: common controls and drag and drop on Windows, nothing on
 /// Linux, where a toolkit is loaded by the first window alone.

@@ -58,4 +58,7 @@ void RunVelPatchApplication(VelPatchApplicationParts parts) {
                                 });
     }
     StopWorkers();
+    if (parts.stopWindowServices) {
+        parts.stopWindowServices();
+    }
 }

@@ -131,7 +131,12 @@ bool VelPatchWindow::SetTarget(const CXString& path) {
     return ApplyConfigurationToWindow();
 }
 
-CXString VelPatchWindow::GetProductName() const {
+const CXString& VelPatchWindow::GetProductName() const {
+    return m_configuration.productName.IsEmpty() ? m_configuration.installationFolderName
+                                                 : m_configuration.productName;
+}
+
+CXString VelPatchWindow::GetInstalledName() const {
     const CXString name = m_services.readDisplayName(m_configuration);
     return name.IsEmpty() ? m_configuration.installationFolderName : name;
 }

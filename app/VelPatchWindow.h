@@ -46,8 +46,10 @@ public:
     void ShowPage(int32_t index);
     /// To the next (+1) or previous (-1) page that this run uses.
     void Step(int32_t direction);
-    /// What the user knows the product by.
-    CXString GetProductName() const;
+    /// What the product calls itself; without a name, its folder's.
+    const CXString& GetProductName() const;
+    /// What the system knows the installed product by; without an entry, its folder's name.
+    CXString GetInstalledName() const;
 
 private:
     void AddPictures();

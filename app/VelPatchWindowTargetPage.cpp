@@ -42,7 +42,7 @@ children
 {
     heading { type "label" }
     path { type "edit" }
-    change { type "button" }
+    change { type "button" maintain-metrics-while-invisible "true" }
     shortcut { type "check" text "$velpatch_target_desktop_shortcut" hidden "true" }
     next { type "button" role "default" text "$velpatch_target_next" }
 }

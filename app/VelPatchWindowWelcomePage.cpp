@@ -33,7 +33,7 @@ void VelPatchWindowWelcomePage::Activate() {
     const VelPatchWindow& wizard = GetWizard();
     Get("heading").SetText(
         GetProcessSettings().uninstall
-            ? FormatLocalisedString("$velpatch_welcome_uninstall", wizard.GetProductName())
+            ? FormatLocalisedString("$velpatch_welcome_uninstall", wizard.GetInstalledName())
             : FormatLocalisedString("$velpatch_welcome_install", wizard.GetTitle(),
                                     GetWizard().GetConfiguration().installationFolderName));
 }

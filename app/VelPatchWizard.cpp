@@ -34,7 +34,7 @@ std::unique_ptr<HeadlessBackend> MakeHeadlessBackend() {
 
 } // namespace
 
-void RunVelPatchWizard() {
+void RunVelPatchWizard(const std::function<void()>& stopWindowServices) {
     VelPatchApp* app = nullptr;
     std::unique_ptr<UIBackend> backend = UIMakeNativeBackend();
     std::unique_ptr<VelPatchHeadlessRun> run;
@@ -57,14 +57,14 @@ void RunVelPatchWizard() {
         VelPatchConsole::CatchInterrupts();
         CXTaskHost::GetCurrent()->AddTask(run.get());
     }
-    RunVelPatchApplication({std::move(backend),
-                            [&app] {
-                                auto made = std::make_unique<VelPatchApp>(
-                                    VelPatchWizardServices::OfTheSystem());
-                                app = made.get();
-                                return made;
-                            },
-                            [&app] { return app != nullptr && app->IsLeaving(); }});
+    RunVelPatchApplication(
+        {std::move(backend),
+         [&app] {
+             auto made = std::make_unique<VelPatchApp>(VelPatchWizardServices::OfTheSystem());
+             app = made.get();
+             return made;
+         },
+         [&app] { return app != nullptr && app->IsLeaving(); }, stopWindowServices});
     if (run != nullptr) {
         VelPatchElevation::WaitForStarted();
     }

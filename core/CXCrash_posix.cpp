@@ -81,8 +81,9 @@ void CXInstallCrashHandler() {
     ::backtrace(&frame, 1);
 
     // Belongs to the calling thread for the rest of the process; other threads use their own stack.
+    static void* const memory = std::malloc(kHandlerStackBytes);
     stack_t stack{};
-    stack.ss_sp = std::malloc(kHandlerStackBytes);
+    stack.ss_sp = memory;
     stack.ss_size = kHandlerStackBytes;
     if (stack.ss_sp != nullptr) {
         ::sigaltstack(&stack, nullptr);

@@ -154,6 +154,18 @@ uint32_t CodePointSize(absl::string_view view) {
     return view.empty() ? 0 : 1;
 }
 
+bool IsUTF8(absl::string_view view) {
+    while (!view.empty()) {
+        uint32_t code = 0;
+        uint32_t size = 0;
+        if (!DecodeCodePoint(view, code, size)) {
+            return false;
+        }
+        view.remove_prefix(size);
+    }
+    return true;
+}
+
 uint64_t CountCodePoints(absl::string_view view) {
     uint64_t count = 0;
     for (; !view.empty(); ++count) {

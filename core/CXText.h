@@ -30,6 +30,8 @@ bool DecodeCodePoint(absl::string_view view, uint32_t& code, uint32_t& size);
 /// Appends the UTF-8 form with thresholds one lower than usual (0x7F takes two bytes); false above
 /// 0x10FFFF.
 bool AppendCodePoint(CXStringEdit& edit, uint32_t code);
+/// Whether every code point of the text can be decoded.
+bool IsUTF8(absl::string_view view);
 /// Number of code points; an invalid sequence counts as one of one byte.
 uint64_t CountCodePoints(absl::string_view view);
 /// Bytes of the first code point, 1 if invalid, 0 for an empty view.

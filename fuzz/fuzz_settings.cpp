@@ -1,6 +1,7 @@
 // The file of remembered settings: a record's value decodes or comes out empty, and saving one
 // target's record in any file leaves those of all other targets as they are.
 #include "app/config/VelPatchSettings.h"
+#include "app/config/VelPatchTreeFile.h"
 #include "dn/DNMemoryValue.h"
 #include "dn/TextConfig.h"
 #include "fuzz/FuzzTools.h"
@@ -31,8 +32,8 @@ void CheckFile(absl::string_view contents) {
     SetSettingsBaseFolder(folder.Path());
     folder.WriteFile("product/velpatch-settings.dat",
                      std::string(contents.data(), contents.size()));
-    const DNValueRef before(new DNMemoryValue);
-    TextConfig::Parse(contents.data(), contents.size(), *before);
+    DNValueRef before;
+    Check(ReadTreeFile(folder.Path("product/velpatch-settings.dat"), before));
 
     VelPatchSettings record;
     LoadSettings(record, "product", kTarget);

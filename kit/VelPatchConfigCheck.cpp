@@ -45,6 +45,15 @@ bool IsKnownKey(const CXString& key) {
                        [&key](const char* known) { return key == known; });
 }
 
+/// Windows takes dots and blanks off the end of a name. Not for empty ones.
+bool EndsAsWindowsTakesIt(const CXString& name) {
+    return name.View().back() != '.' && name.View().back() != ' ';
+}
+
+bool IsPlainName(const CXString& name) {
+    return CXFileSystem::IsValidFileName(name) && EndsAsWindowsTakesIt(name);
+}
+
 bool IsChecksum(absl::string_view text) {
     return text.size() == 32 &&
            text.find_first_not_of("0123456789abcdef") == absl::string_view::npos;
@@ -57,8 +66,7 @@ bool IsPlainRelativePath(const CXString& path) {
         return false;
     }
     for (CXString rest = path; !rest.IsEmpty(); rest = CXFileSystem::GetParent(rest)) {
-        const char last = rest.View().back();
-        if (last == '.' || last == ' ') { // Windows takes these off
+        if (!EndsAsWindowsTakesIt(rest)) {
             return false;
         }
     }
@@ -90,6 +98,10 @@ void VelPatchConfigCheck::Run() {
                                   : CXString("holds nothing"));
         return;
     }
+    if (m_document.IsUTF16()) {
+        Add(true, 1, kConfigName, "is in UTF-16; it must be in UTF-8");
+        return; // nothing else in it could be told
+    }
     CheckDocument();
     CheckKeys();
     CheckNames();
@@ -107,6 +119,10 @@ void VelPatchConfigCheck::Run() {
 }
 
 void VelPatchConfigCheck::CheckDocument() {
+    if (m_document.HasByteOrderMark()) {
+        Add(false, 1, kConfigName,
+            "begins with a byte order mark, which the program takes for a part of the first word");
+    }
     if (m_document.GetStrayBraceLine() != 0) {
         Add(true, m_document.GetStrayBraceLine(), "}",
             "closes nothing; all that follows is not read");
@@ -147,7 +163,7 @@ void VelPatchConfigCheck::CheckNames() {
     if (GetText("product-name").IsEmpty()) {
         AddOfKey(false, "product-name", "is missing, so the window's title names no product");
     }
-    if (!CXFileSystem::IsValidFileName(GetText("application-bundle-id"))) {
+    if (!IsPlainName(GetText("application-bundle-id"))) {
         AddOfKey(true, "application-bundle-id",
                  "must be a file name: it names the folder of the player's settings");
     }
@@ -159,11 +175,11 @@ void VelPatchConfigCheck::CheckNames() {
     if (folderName.IsEmpty()) {
         AddOfKey(IsInstallation(), "installation-folder-name",
                  "is missing: players would see \"untitled.app\"");
-    } else if (!CXFileSystem::IsValidFileName(folderName)) {
+    } else if (!IsPlainName(folderName)) {
         AddOfKey(true, "installation-folder-name", "can't be the name of a folder");
     }
     const CXString shortcut = GetText("shortcut-filename");
-    if (!shortcut.IsEmpty() && !CXFileSystem::IsValidFileName(shortcut)) {
+    if (!shortcut.IsEmpty() && !IsPlainName(shortcut)) {
         AddOfKey(true, "shortcut-filename", "can't be the name of a file");
     }
     const CXString menu = GetText("start-menu-shortcut-folder");

@@ -16,18 +16,6 @@ namespace {
 constexpr absl::string_view kLicenceKey("$velpatch_eula_filename");
 constexpr absl::string_view kHelpKey("$velpatch_help_url");
 
-bool IsUTF8(absl::string_view text) {
-    while (!text.empty()) {
-        uint32_t code = 0;
-        uint32_t size = 0;
-        if (!DecodeCodePoint(text, code, size)) {
-            return false;
-        }
-        text.remove_prefix(size);
-    }
-    return true;
-}
-
 /// The numbers behind "$" in a text; one too large to count is the largest.
 std::set<int64_t> ListArguments(absl::string_view text) {
     std::set<int64_t> numbers;

@@ -38,6 +38,8 @@ CXResult VelPatchConfigDocument::Load(const CXString& path) {
 
 void VelPatchConfigDocument::Read(absl::string_view text) {
     m_root = new DNMemoryValue;
+    m_hasMark = text.substr(0, 3) == "\xEF\xBB\xBF";
+    m_isUTF16 = text.substr(0, 2) == "\xFF\xFE" || text.substr(0, 2) == "\xFE\xFF";
     m_lineStarts = FindLineStarts(text);
     m_trace.entry = [this](const DNValueRef& folder, const CXString& key, size_t offset) {
         if (m_folders.empty() || m_folders.back() != folder) {

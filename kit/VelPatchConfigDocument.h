@@ -34,6 +34,9 @@ public:
     /// Offset of the folder's closing brace, the last one if it was opened more than once.
     size_t GetEndOffset(const DNValueRef& folder) const;
     const std::vector<Repeat>& GetRepeats() const { return m_repeats; }
+    /// What editors write in front of a text, and the reader doesn't know.
+    bool HasByteOrderMark() const { return m_hasMark; }
+    bool IsUTF16() const { return m_isUTF16; }
     /// Lines of what the reader could not make sense of; 0 if nothing is wrong.
     size_t GetStrayBraceLine() const { return LineAt(m_trace.strayBrace); }
     size_t GetOpenFolderLine() const { return LineAt(m_trace.openFolder); }
@@ -43,6 +46,8 @@ private:
     size_t LineAt(size_t offset) const;
 
     DNValueRef m_root;
+    bool m_hasMark = false;
+    bool m_isUTF16 = false;
     TextConfig::Trace m_trace;
     std::vector<size_t> m_lineStarts;                             ///< offsets
     std::map<std::pair<const DNValue*, CXString>, size_t> m_keys; ///< offsets

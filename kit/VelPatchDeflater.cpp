@@ -160,7 +160,7 @@ void PriceSymbols(const uint32_t* counts, int count, uint32_t* prices) {
         // A symbol that the last round did without may come in at the price of a rare one.
         const double seen = std::max(static_cast<double>(counts[i]), 0.5);
         const double bits = std::clamp(std::log2(std::max(total, 1.0) / seen), 0.5, 14.0);
-        prices[i] = static_cast<uint32_t>(bits * kPriceUnit + 0.5);
+        prices[i] = static_cast<uint32_t>(std::lround(bits * kPriceUnit));
     }
 }
 

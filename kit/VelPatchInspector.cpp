@@ -131,7 +131,7 @@ bool VelPatchInspector::ReadPayload(VelPatchInflateStream& stream, size_t index,
                                     CXString& found) {
     CXMD5 digest;
     if (!ReadThrough(stream, size, &digest)) {
-        AddReadFault(stream, index, "the file's contents");
+        AddReadFault(stream, index, "the content of the file");
         return false;
     }
     found = digest.FinishHex();
@@ -164,7 +164,7 @@ bool VelPatchInspector::ReadDiff(VelPatchInflateStream& stream, size_t index, ui
         uint32_t skip = 0;
         uint32_t length = 0;
         if ((isReplace && !stream.ReadU32(skip)) || !stream.ReadU32(length)) {
-            AddReadFault(stream, index, "the fields of a diff's command");
+            AddReadFault(stream, index, "the rest of a command of the diff");
             return false;
         }
         left -= fields;
@@ -182,7 +182,7 @@ bool VelPatchInspector::ReadDiff(VelPatchInflateStream& stream, size_t index, ui
             return false;
         }
         if (!ReadThrough(stream, length, nullptr)) {
-            AddReadFault(stream, index, "the bytes that the diff carries");
+            AddReadFault(stream, index, "what the diff carries");
             return false;
         }
         left -= length;
@@ -221,6 +221,10 @@ void VelPatchInspector::ReadEnd(VelPatchInflateStream& stream) {
         AddFault(stream, VelPatchDataFault::kNoOperation,
                  "the data go on behind the last record of the list");
         m_faults.back().inflatedOffset--;
+    } else if (stream.GetState() == VelPatchInflateStream::State::Damaged) {
+        AddFault(stream, VelPatchDataFault::kNoOperation,
+                 "all records can be read, but the compressed data fail their own checksum here: a "
+                 "byte before is wrong, most likely one that a diff carries");
     } else if (stream.GetState() != VelPatchInflateStream::State::Ended) {
         AddReadFault(stream, VelPatchDataFault::kNoOperation, "the end of the compressed data");
     }

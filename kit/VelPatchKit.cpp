@@ -20,6 +20,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include <cstdio>
+
 namespace {
 
 constexpr const char* kExamples = R"(
@@ -197,6 +199,25 @@ int ParseArguments(CLI::App& app, int argc, const char* const* argv, bool& isRea
     return 0;
 }
 
+int RunCommand(const CLI::App& app, const KitOptions& options,
+               const std::vector<VelPatchKitCommand>& commands, VelPatchConsole& console) {
+    if (app.got_subcommand("diff")) {
+        return RunDiff(options, console);
+    }
+    if (app.got_subcommand("patch")) {
+        return RunPatchFile(options, console);
+    }
+    if (app.got_subcommand("fetch")) {
+        return RunFetch(options, console);
+    }
+    for (const VelPatchKitCommand& command : commands) {
+        if (command.app->parsed()) {
+            return command.run(console);
+        }
+    }
+    return RunApply(options, console);
+}
+
 } // namespace
 
 int RunKit(const std::vector<std::string>& arguments) {
@@ -244,19 +265,10 @@ int RunKit(const std::vector<std::string>& arguments) {
     if (!options.trustFile.empty() && !TrustTypedFile(options.trustFile, console)) {
         return kKitUsage;
     }
-    if (app.got_subcommand("diff")) {
-        return RunDiff(options, console);
+    const int result = RunCommand(app, options, commands, console);
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+        console.Complain("the results can't be written to standard output");
+        return result == kKitDone ? kKitFailed : result;
     }
-    if (app.got_subcommand("patch")) {
-        return RunPatchFile(options, console);
-    }
-    if (app.got_subcommand("fetch")) {
-        return RunFetch(options, console);
-    }
-    for (const VelPatchKitCommand& command : commands) {
-        if (command.app->parsed()) {
-            return command.run(console);
-        }
-    }
-    return RunApply(options, console);
+    return result;
 }

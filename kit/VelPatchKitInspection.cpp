@@ -196,10 +196,11 @@ int RunInspect(const InspectionOptions& options, VelPatchConsole& console) {
     int code = kKitDone;
     if (!options.data.empty()) {
         CXString problem;
-        data = OpenDataFile(TypedPath(options.data), problem);
+        const CXString path = TypedPath(options.data);
+        data = OpenDataFile(path, problem);
         if (!data.stream) {
             console.Complain(problem);
-            return kKitFailed;
+            return CXFileSystem::Exists(path) ? kKitFailed : kKitUsage;
         }
         inspector.SetProgress([&console](double fraction) {
             console.ShowProgress("reading the data file", fraction);

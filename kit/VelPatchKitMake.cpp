@@ -12,6 +12,7 @@
 #include <CLI/CLI.hpp>
 
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <memory>
 
@@ -40,9 +41,9 @@ public:
         if (fraction <= 0 || seconds < 1) {
             return CXString();
         }
-        const auto left = static_cast<uint64_t>(seconds / fraction * (1 - fraction) + 0.5);
-        const CXString time = left < 60 ? CXString::Format("%d s left", left)
-                                        : CXString::Format("%d min left", (left + 59) / 60);
+        const auto left = static_cast<uint64_t>(std::lround(seconds / fraction * (1 - fraction)));
+        CXString time = left < 60 ? CXString::Format("%d s left", left)
+                                  : CXString::Format("%d min left", (left + 59) / 60);
         if (bytes == 0) {
             return time;
         }
@@ -163,6 +164,7 @@ void DefineMake(CLI::App& app, std::vector<VelPatchKitCommand>& commands) {
                      "stands for a part of a name, ** for folders too; without a slash it is held "
                      "against names in every folder")
         ->expected(1)
+        ->allow_extra_args(false) // or it would take the folders behind it
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     make->add_option("--level", options->level, "Compression, 1 (fast) to 9 (small)")
         ->check(CLI::Range(1, 9))

@@ -209,16 +209,23 @@ void DefinePublish(CLI::App& app, std::vector<VelPatchKitCommand>& commands) {
     CLI::Option* add = publish
                            ->add_option("--add-build", options->addBuild,
                                         "Add a build to the service file first: STREAM BUILD")
-                           ->expected(2);
+                           ->expected(2)
+                           ->allow_extra_args(false); // or it would take what follows
     publish->add_option("--anchor", options->anchorFile, "The new build's anchor file")->needs(add);
     publish->add_option("--anchor-checksum", options->anchorChecksum, "Or its MD5")->needs(add);
     publish
         ->add_option("--patch", options->patches,
                      "BUILD=FOLDER: the patch from an earlier build, as \"make\" left it")
+        ->expected(1)
+        ->allow_extra_args(false)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
         ->needs(add);
     publish
         ->add_option("--installation", options->installations,
                      "ID=FOLDER: the installation that this installation id gets")
+        ->expected(1)
+        ->allow_extra_args(false)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
         ->needs(add);
     publish->add_option("--description", options->description, "What players read above the patch")
         ->needs(add);

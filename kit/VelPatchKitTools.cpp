@@ -83,7 +83,9 @@ int WriteNewFile(const CXString& path, VelPatchConsole& console,
         return kKitStopped;
     }
     console.Complain(
-        CXString::Format("'%s' can't be written: %s", path.GetData(), ResultText(result)));
+        result == kCXResultBadData
+            ? CXString::Format("'%s' isn't made: it would be wrong", path.GetData())
+            : CXString::Format("'%s' can't be written: %s", path.GetData(), ResultText(result)));
     return kKitFailed;
 }
 
@@ -104,6 +106,11 @@ bool LoadTypedControl(const std::string& text, VelPatchConsole& console, PatchCo
     }
     const CXResult result = LoadControlFile(
         TypedAddress(text), control, [&console](const CXString& line) { console.Complain(line); });
+    if (result == kCXResultEndOfStream && IsWebAddress(name)) {
+        console.Complain(CXString::Format(
+            "'%s' can't be fetched: nobody answers, or the answer ends too soon", name.GetData()));
+        return false;
+    }
     if (result != kCXResultOK) {
         console.Complain(CXString::Format("'%s' is not a control file that can be used: %s",
                                           name.GetData(), ResultText(result)));

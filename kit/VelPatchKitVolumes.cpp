@@ -96,18 +96,23 @@ int RunJoin(const VolumeOptions& options, VelPatchConsole& console) {
         return kKitUsage;
     }
     const CXString from = TypedPath(options.folder);
-    CXString problem;
-    VelPatchDataFile data;
-    if (IsVolumeSet(from)) {
-        data = OpenDataFile(from, problem);
-    } else {
-        problem = CXString::Format("'%s' holds no volumes", from.GetData());
+    if (!IsVolumeSet(from)) {
+        console.Complain(CXString::Format("'%s' holds no volumes", from.GetData()));
+        return kKitUsage;
     }
+    CXString problem;
+    const VelPatchDataFile data = OpenDataFile(from, problem);
     if (!data.stream) {
         console.Complain(problem);
         return kKitFailed;
     }
     const CXString path = TypedPath(options.out);
+    for (const VelPatchDataFile::Piece& piece : data.pieces) {
+        if (piece.path == path) {
+            console.Complain(CXString::Format("'%s' is one of the volumes", path.GetData()));
+            return kKitUsage;
+        }
+    }
     CXStreamCopyOptions copying;
     copying.progress = [&console](const CXStreamProgressCallbackData& now) {
         console.ShowProgress("joining the volumes", static_cast<double>(now.fraction));

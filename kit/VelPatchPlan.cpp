@@ -15,6 +15,11 @@ namespace {
 constexpr size_t kReadPiece = 1 << 16;
 constexpr size_t kMostSources = 2; // that an edit tries
 
+/// Windows would take dots and blanks off the end, and make the file under another name.
+bool IsNameForWindows(absl::string_view name) {
+    return CXFileSystem::IsValidFileName(name) && name.back() != '.' && name.back() != ' ';
+}
+
 /// Reads an old file once: is the new file at its path the same, and what is it like?
 struct FileReading {
     CXString unreadable; ///< the file that can't be read
@@ -131,6 +136,10 @@ bool VelPatchPlan::CheckNewNames(CXString& problem) {
                 CXString::Format("'%s' can't be the name of a file in a patch", path.GetData());
             return false;
         }
+        if (!IsUTF8(path)) {
+            problem = CXString::Format("'%s' is a name that isn't in UTF-8", path.GetData());
+            return false;
+        }
         const auto [at, isFirst] = seen.emplace(FoldCase(path), i);
         if (!isFirst) {
             problem = CXString::Format("'%s' and '%s' differ only in letter case, so players' "
@@ -138,8 +147,7 @@ bool VelPatchPlan::CheckNewNames(CXString& problem) {
                                        entries[at->second].path.GetData(), path.GetData());
             return false;
         }
-        if (!CXFileSystem::IsValidFileName(entries[i].GetName()) ||
-            !IsSafeOperationPath(path, true)) {
+        if (!IsNameForWindows(entries[i].GetName()) || !IsSafeOperationPath(path, true)) {
             problem = CXString::Format("'%s' is a name that Windows doesn't allow", path.GetData());
             return false;
         }

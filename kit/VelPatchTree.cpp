@@ -9,6 +9,22 @@
 
 #include <algorithm>
 
+namespace {
+
+/// By components: "a/b" belongs behind "a" and before "a.txt", though "." sorts before "/".
+bool IsBefore(const VelPatchTreeEntry& a, const VelPatchTreeEntry& b) {
+    const absl::string_view left = a.path.View();
+    const absl::string_view right = b.path.View();
+    return std::lexicographical_compare(
+        left.begin(), left.end(), right.begin(), right.end(), [](char x, char y) {
+            const int i = x == '/' ? 0 : static_cast<unsigned char>(x) + 1;
+            const int j = y == '/' ? 0 : static_cast<unsigned char>(y) + 1;
+            return i < j;
+        });
+}
+
+} // namespace
+
 CXString VelPatchTreeEntry::GetPermissions() const {
     return mode == 0 ? CXString() : CXString::Format("posix:%04o", mode);
 }
@@ -71,6 +87,7 @@ bool MatchesGlob(absl::string_view path, absl::string_view glob) {
 CXResult VelPatchTree::Scan(const CXString& folder, const std::vector<CXString>& ignored,
                             CXString& problem) {
     m_folder = folder;
+    m_ignored = ignored;
     m_entries.clear();
     m_checksums.clear();
     if (!CXFileSystem::IsDirectory(folder)) {
@@ -88,18 +105,7 @@ CXResult VelPatchTree::Scan(const CXString& folder, const std::vector<CXString>&
             return result;
         }
     }
-    // By components: "a/b" belongs behind "a" and before "a.txt", though "." sorts before "/".
-    std::sort(m_entries.begin(), m_entries.end(),
-              [](const VelPatchTreeEntry& a, const VelPatchTreeEntry& b) {
-                  const absl::string_view left = a.path.View();
-                  const absl::string_view right = b.path.View();
-                  return std::lexicographical_compare(
-                      left.begin(), left.end(), right.begin(), right.end(), [](char x, char y) {
-                          const int i = x == '/' ? 0 : static_cast<unsigned char>(x) + 1;
-                          const int j = y == '/' ? 0 : static_cast<unsigned char>(y) + 1;
-                          return i < j;
-                      });
-              });
+    std::sort(m_entries.begin(), m_entries.end(), IsBefore);
     m_checksums.resize(m_entries.size());
     return kCXResultOK;
 }
@@ -167,18 +173,28 @@ const CXString& VelPatchTree::GetChecksum(size_t index) {
 }
 
 CXString VelPatchTree::FindChanged() const {
-    for (size_t i = 0; i < m_entries.size(); i++) {
-        CXFileAttributes attributes;
-        if (m_entries[i].isFolder) {
-            continue;
+    VelPatchTree now;
+    CXString problem;
+    if (now.Scan(m_folder, m_ignored, problem) != kCXResultOK) {
+        return m_folder; // what can't be listed any more has been changed
+    }
+    const size_t count = std::min(m_entries.size(), now.m_entries.size());
+    for (size_t i = 0; i < count; i++) {
+        const VelPatchTreeEntry& then = m_entries[i];
+        const VelPatchTreeEntry& entry = now.m_entries[i];
+        if (entry.path != then.path) {
+            // The one that sorts first is what the other list lacks.
+            return IsBefore(entry, then) ? now.GetFullPath(i) : GetFullPath(i);
         }
-        const CXString full = GetFullPath(i);
-        if (CXFileSystem::GetAttributes(full, false, attributes) != kCXResultOK ||
-            attributes.size != m_entries[i].size || attributes.modified != m_entries[i].modified) {
-            return full;
+        const bool isTouched = entry.size != then.size || entry.modified != then.modified;
+        if (entry.isFolder != then.isFolder || (!entry.isFolder && isTouched)) {
+            return GetFullPath(i);
         }
     }
-    return CXString();
+    if (count < m_entries.size()) {
+        return GetFullPath(count);
+    }
+    return count < now.m_entries.size() ? now.GetFullPath(count) : CXString();
 }
 
 uint64_t VelPatchTree::GetTotalSize() const {

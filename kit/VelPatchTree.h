@@ -44,8 +44,8 @@ public:
     /// MD5 of a file, 32 lower-case hexadecimal characters; empty if it can't be read. The answer
     /// is kept.
     const CXString& GetChecksum(size_t index);
-    /// The first file that isn't as it was when it was listed (size, time of change), or the empty
-    /// text.
+    /// The first entry that isn't as it was when the folder was listed (size and time of change of
+    /// files), has come or has gone since, or the empty text. Lists the folder again.
     CXString FindChanged() const;
     /// Sum of the sizes of all files, bytes.
     uint64_t GetTotalSize() const;
@@ -55,6 +55,7 @@ private:
                         const std::vector<CXString>& ignored, CXString& problem);
 
     CXString m_folder;
+    std::vector<CXString> m_ignored;
     std::vector<VelPatchTreeEntry> m_entries;
     std::vector<CXString> m_checksums; ///< as long as m_entries; empty: not yet taken
 };

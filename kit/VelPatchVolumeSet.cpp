@@ -212,6 +212,7 @@ CXResult SplitDataFile(const CXString& dataPath, const CXString& folder, uint64_
         problem = CXString::Format("'%s' is in the way: this set ends before it", next.GetData());
         return kCXResultAlreadyExists;
     }
+    const bool wasThere = CXFileSystem::Exists(folder);
     const CXResult made = CXFileSystem::CreateDirectories(folder);
     if (made != kCXResultOK) {
         problem = CXString::Format("the folder '%s' can't be made: %s", folder.GetData(),
@@ -222,5 +223,9 @@ CXResult SplitDataFile(const CXString& dataPath, const CXString& folder, uint64_
     for (uint32_t index = 0; index < count; index++) {
         volumes.push_back(CXFileSystem::Join(folder, GetVolumeName(index)));
     }
-    return VolumeWriter(data, volumeSize, volumes).Write(progress, problem);
+    const CXResult result = VolumeWriter(data, volumeSize, volumes).Write(progress, problem);
+    if (result != kCXResultOK && !wasThere) {
+        CXFileSystem::DeleteDirectory(folder);
+    }
+    return result;
 }

@@ -1,22 +1,13 @@
-"""Hands and eyes for real GTK windows: AT-SPI finds and presses, xdotool types.
-
-Waits for what it expects and never for a time, so a slow machine only makes it slow.
-"""
+"""Hands and eyes for real GTK windows: AT-SPI finds and presses, xdotool types."""
 import subprocess
-import sys
-import time
 
 import gi
 
 gi.require_version("Atspi", "2.0")
 from gi.repository import Atspi, GLib  # noqa: E402
 
-PATIENCE = 60.0
-
-
-def fail(text):
-    print(text)
-    sys.exit(1)
+import waiting  # noqa: E402
+from waiting import fail  # noqa: E402,F401
 
 
 def application(name):
@@ -30,22 +21,21 @@ def application(name):
 
 
 def wait_for(what, probe, find_app=None):
-    """The first true answer of `probe`; in vain, what `find_app` gives is printed."""
-    end = time.monotonic() + PATIENCE
-    while time.monotonic() < end:
+    """As waiting.wait_for; in vain, what is shown of what `find_app` gives is printed."""
+    def patient():
         try:
-            answer = probe()
+            return probe()
         except GLib.GError:  # a control went while it was looked at
-            answer = None
-        if answer:
-            return answer
-        time.sleep(0.05)
-    for node in nodes(find_app()) if find_app is not None and find_app() is not None else ():
-        if has(node, Atspi.StateType.SHOWING):
-            print(node.get_role_name(), repr(node.get_name()),
-                  "active" if has(node, Atspi.StateType.ACTIVE) else "",
-                  "focused" if has(node, Atspi.StateType.FOCUSED) else "")
-    return fail(f"waited in vain for {what}")
+            return None
+
+    def dump():
+        app = find_app() if find_app is not None else None
+        return "\n".join(f"{node.get_role_name()} {node.get_name()!r}"
+                         + (" active" if has(node, Atspi.StateType.ACTIVE) else "")
+                         + (" focused" if has(node, Atspi.StateType.FOCUSED) else "")
+                         for node in (nodes(app) if app is not None else ())
+                         if has(node, Atspi.StateType.SHOWING))
+    return waiting.wait_for(what, patient, dump)
 
 
 def nodes(start):

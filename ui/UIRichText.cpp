@@ -12,18 +12,6 @@ namespace {
 
 constexpr string_view kByteOrderMark = "\xEF\xBB\xBF";
 
-bool IsUTF8(string_view text) {
-    while (!text.empty()) {
-        uint32_t code = 0;
-        uint32_t size = 0;
-        if (!DecodeCodePoint(text, code, size)) {
-            return false;
-        }
-        text.remove_prefix(size);
-    }
-    return true;
-}
-
 UITextParagraph PlainParagraph(string_view line, bool isUTF8) {
     CXStringEdit text;
     for (const char letter : line) {

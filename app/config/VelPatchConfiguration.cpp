@@ -94,6 +94,7 @@ bool ApplyConfiguration(VelPatchConfiguration& configuration, VelPatchSettings& 
 
     configuration.anchorFile = text("patch-anchor-file");
     configuration.bundleId = text("application-bundle-id");
+    configuration.productName = text("product-name");
     configuration.installationFolderName =
         root->Get("installation-folder-name")->GetString("untitled.app");
     configuration.installationId = text("installation-id");
@@ -130,7 +131,7 @@ bool ApplyConfiguration(VelPatchConfiguration& configuration, VelPatchSettings& 
     if (configuration.isOffline) {
         key.Append("_offline");
     }
-    title = FormatLocalisedString(key.ToString(), text("product-name"));
+    title = FormatLocalisedString(key.ToString(), configuration.productName);
     return true;
 }
 

@@ -12,6 +12,7 @@ struct VelPatchConfiguration {
     CXString targetPath;
     CXString anchorFile; ///< file, relative to the target, whose checksum names the build
     CXString bundleId;
+    CXString productName; ///< as the window's title shows it
     CXString installationId;
     CXString serviceBase; ///< see ServiceBaseOf
     CXString installationFolderName;

@@ -5,17 +5,37 @@
 #include "dn/DNMemoryValue.h"
 #include "dn/TextConfig.h"
 #include "stream/CXStreamFile.h"
+#include "stream/CXStreamTools.h"
+
+#include <algorithm>
+
+namespace {
+
+/// Bytes; such files are a few lines for each folder or key.
+constexpr uint64_t kLargestFile = 64 << 20;
+
+/// A brace that closes nothing must not cost what stands behind it: that may be other folders'.
+void ParseBeyondStrayBraces(absl::string_view text, DNValue& root) {
+    while (!text.empty()) {
+        TextConfig::Trace trace;
+        TextConfig::Parse(text.data(), text.size(), root, &trace);
+        text.remove_prefix(std::min(trace.strayBrace, text.size()));
+        text.remove_prefix(std::min(text.find_first_not_of("} \t\r\n"), text.size()));
+    }
+}
+
+} // namespace
 
 bool ReadTreeFile(const CXString& path, DNValueRef& root) {
     root = new DNMemoryValue;
     const bool isRecovered = CXFileSystem::RecoverBackup(path) == kCXResultOK;
-    CXStreamFile file;
-    file.Open(path, kOpenRead);
-    if (file.GetLastError() != kCXResultOK) {
-        return isRecovered && file.GetLastError() == kCXResultNotFound;
+    CXStringEdit text;
+    const CXResult result = ReadWholeFile(path, text, kLargestFile);
+    if (result != kCXResultOK) {
+        return isRecovered && result == kCXResultNotFound;
     }
-    root = TextConfig::Read(file);
-    return file.GetLastError() == kCXResultOK;
+    ParseBeyondStrayBraces(text.View(), *root);
+    return true;
 }
 
 CXResult WriteTreeFile(const CXString& path, const DNValue& root, const CXString& permissions) {

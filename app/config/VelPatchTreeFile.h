@@ -6,8 +6,8 @@
 #include "dn/DNValue.h"
 
 /// The tree in the file; an empty folder if it is missing or unreadable, what could be read of a
-/// damaged one. False if there is something that can't be read now: a writer must then leave the
-/// file alone.
+/// damaged one, before and behind closing braces too many. False if there is something that can't
+/// be read now, or is larger than 64 MiB: a writer must then leave the file alone.
 bool ReadTreeFile(const CXString& path, DNValueRef& root);
 
 /// Writes the tree by way of a temporary file, so that a crash leaves the old file or the new one;

@@ -69,6 +69,38 @@ TEST_F(Elevation, TellsWhatDoesNotStart) {
     EXPECT_FALSE(m_folder.Has("work/out"));
 }
 
+// A system's administrator may write anywhere, so this works as somebody else.
+TEST_F(Elevation, KnowsWhereRightsAreMissing) {
+    const passwd* user = getpwnam("nobody");
+    const bool isRaised = geteuid() == 0;
+    if (isRaised && user == nullptr) {
+        GTEST_SKIP() << "needs a user";
+    }
+    for (const char* folder : {"mine/deep", "theirs/mine"}) {
+        m_folder.MakeFolder(folder);
+    }
+    m_folder.SetMode("theirs", 0555);
+    EXPECT_EQ(VelPatchElevation::MayWrite(m_folder.Path("theirs")), isRaised);
+    if (isRaised) {
+        ASSERT_EQ(chown(m_folder.Path("mine").GetData(), user->pw_uid, user->pw_gid), 0);
+        ASSERT_EQ(chown(m_folder.Path("theirs/mine").GetData(), user->pw_uid, user->pw_gid), 0);
+        ASSERT_EQ(seteuid(user->pw_uid), 0);
+    }
+    const bool canEnter = euidaccess((Text(m_folder.Path("mine")) + "/deep").c_str(), X_OK) == 0;
+    std::string may;
+    for (const char* path : {"mine", "mine/new/game", "theirs", "theirs/new/game", "theirs/mine"}) {
+        may += VelPatchElevation::MayWrite(m_folder.Path(path)) ? "y" : "n";
+    }
+    if (isRaised) {
+        ASSERT_EQ(seteuid(0), 0);
+    }
+    m_folder.SetMode("theirs", 0755);
+    if (!canEnter) {
+        GTEST_SKIP() << "only its owner may go to " << Text(m_folder.Path());
+    }
+    EXPECT_EQ(may, "yynny");
+}
+
 TEST_F(Elevation, HandsOnARequestToEnd) {
     m_folder.MakeFolder("work");
     // Long after the wait has begun.

@@ -38,7 +38,7 @@ TEST(FirstInstance, DISABLED_Run) {
     const CXString folder = CXFileSystem::GetApplicationFolder();
     int raised = 0;
     VelPatchEntryHooks hooks;
-    hooks.runApplication = [&] {
+    hooks.runApplication = [&](const std::function<void()>&) {
         WriteText(CXFileSystem::Join(folder, "started"),
                   std::string(CXRuntime::IsStarted() ? "runtime " : "") +
                       (CXThread::IsMainThread() ? "main thread " : "") +

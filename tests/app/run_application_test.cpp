@@ -79,10 +79,16 @@ TEST(RunApplication, ClearsAwayInOrder) {
     GetProcessSettings().quitRequested = false;
     auto backend = std::make_unique<HeadlessBackend>();
     HeadlessBackend& user = *backend;
-    RunVelPatchApplication(
-        {std::move(backend), [&user] { return std::make_unique<TracingApplication>(user); }, {}});
+    RunVelPatchApplication({std::move(backend),
+                            [&user] { return std::make_unique<TracingApplication>(user); },
+                            {},
+                            [] {
+                                EXPECT_EQ(CXWorkerHost::GetExisting(), nullptr);
+                                EXPECT_NE(UIService::Get(), nullptr);
+                                s_events.emplace_back("window services gone");
+                            }});
     EXPECT_EQ(s_events, (Names{"two ForceClose", "one ForceClose", "two gone", "one gone",
-                               "application gone"}));
+                               "application gone", "window services gone"}));
     EXPECT_EQ(CXWorkerHost::GetExisting(), nullptr);
     EXPECT_EQ(UIService::Get(), nullptr);
     GetProcessSettings().quitRequested = false;

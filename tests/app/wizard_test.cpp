@@ -198,6 +198,21 @@ TEST_F(WizardRuns, RunsThatAskNoService) {
     EXPECT_FALSE(m_folder.Has("game/old.txt"));
 }
 
+TEST_F(WizardRuns, AnUninstallCallsTheProductByItsOwnName) {
+    for (const char* name : {"", "Quay Sails"}) {
+        Configure("product-name \"" + std::string(name) + "\"\ninstallation-folder-name Q\n");
+        SetLocalisedString("$velpatch_welcome_uninstall", "Removes $1");
+        GetProcessSettings().uninstall = true;
+        m_found = m_folder.Path("none");
+        OpenWizard();
+        Play({"see Removes Quay", "press next", "press next", "see Failed to delete some files."});
+        EXPECT_EQ(PatchPage()->GetStatus().statusText,
+                  CXString::Format("Uninstalling%s", *name == 0 ? "Q" : name));
+        Play({"press $velpatch_cancel", "end"});
+        EXPECT_EQ(TakeNotes(), Notes{"relaunch?"});
+    }
+}
+
 TEST_F(WizardRuns, SetStreamEndsBehindTheStreamPage) {
     Configure("");
     Reply(StreamReply(), "");

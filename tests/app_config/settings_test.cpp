@@ -183,6 +183,7 @@ TEST_F(Settings, DamagedFilesKeepTheRecordsOfOthers) {
         std::string contents;
     } cases[] = {
         {"bytes before", std::string("\xFF\0\x01 }odd\r", 9) + good},
+        {"closing braces before", "}\r/third x\r} }\r" + good},
         {"bytes behind", good + std::string("\0{{{\"", 5)},
         {"an open folder behind", good + "\r\"/game\" {\r"},
         {"a closing brace behind", good + "}\rx y\r"},

@@ -110,6 +110,7 @@ TEST_F(ConfigCheck, FaultsAndTheirLines) {
         {"product-name \"Rowan Sails: Northern Estuary\"", "", "-", "warning product-name is mis"},
         {"installation-folder-name \"Rowan Sails\"", "installation-folder-name \"Rowan: Sails\"",
          "", "error installation-folder-name can't be the name"},
+        {"\"Rowan Sails\"", "\"Rowan Sails.\"", "", "error installation-folder-name can't be"},
         {"\"works.mostrel.rowan-sails\"", "\"works/mostrel\"", "application-bundle-id",
          "error application-bundle-id must be"},
         {"is-installation false", "is-installation 1", "",
@@ -233,6 +234,9 @@ TEST_F(ConfigCheck, TrustFile) {
 
 TEST_F(ConfigCheck, NothingToRead) {
     EXPECT_EQ(Check("").rfind("error 0 patch-config.txt holds nothing", 0), 0u);
+    EXPECT_EQ(Check("\xFF\xFEp"), "error 1 patch-config.txt is in UTF-16; it must be in UTF-8\n");
+    EXPECT_EQ(Check("\xEF\xBB\xBF" + m_config).rfind("warning 1 patch-config.txt begins with", 0),
+              0u);
     m_folder.Remove("patch-config.txt");
     VelPatchConfigCheck check(m_folder.Path(), 0);
     check.Run();

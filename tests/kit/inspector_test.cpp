@@ -99,7 +99,7 @@ TEST_F(Inspector, NamesTheFirstByteThatIsWrong) {
         {payloadAt + 1234, "?!?", "2@" + std::to_string(payloadAt) + " the file's contents, 5000"},
         {end - 32, HashOf("other"), "2@" + std::to_string(end - 33) + " the record makes a file"},
         {payloadAt - 8, BigEndian(UINT64_MAX, 8),
-         "2@" + std::to_string(end) + " the file's contents is missing: the data end here"},
+         "2@" + std::to_string(end) + " the content of the file is missing: the data end here"},
         {end, "more", "-@" + std::to_string(end) + " the data go on behind the last record"},
     };
     for (const auto& one : cases) {
@@ -118,14 +118,12 @@ TEST_F(Inspector, TellsDamageOfTheFileItself) {
     data[0] = 'x' ^ 1;
     EXPECT_EQ(Read(data).substr(0, 35), "1@0 the size of the record can't be");
     data = good.substr(0, good.size() / 2);
-    EXPECT_NE(Read(data).find("the file's contents is missing: the file ends here"),
+    EXPECT_NE(Read(data).find("the content of the file is missing: the file ends here"),
               std::string::npos);
     EXPECT_EQ(fileOffset, data.size());
     data = good;
     data.back() ^= 1; // zlib's own checksum
-    EXPECT_EQ(Read(data), "-@" + end +
-                              " the end of the compressed data can't be read: the compressed data "
-                              "are damaged");
+    EXPECT_EQ(Read(data).rfind("-@" + end + " all records can be read, but", 0), 0U) << Read(data);
     EXPECT_EQ(fileOffset, good.size());
     EXPECT_EQ(Read(good + "tail"),
               "-@" + end + " 4 bytes lie behind the end of the compressed data");

@@ -409,6 +409,16 @@ TEST_F(Maker, NoticesFilesThatChangeMeanwhile) {
         EXPECT_TRUE(m_folder.Tree("out").empty()) << "nothing half done";
         m_folder.WriteFile(changing, before);
     }
+    for (const char* coming : {"new/late", "old/later/late"}) {
+        SCOPED_TRACE(coming);
+        m_meanwhile = [&] {
+            m_folder.WriteFile(coming, "late");
+            return false;
+        };
+        EXPECT_NE(Make(), kCXResultOK);
+        EXPECT_TRUE(Complains("late' has changed") || Complains("later' has changed"))
+            << m_problem.GetData();
+    }
 }
 
 TEST_F(Maker, OldLetterCaseStays) {
@@ -437,6 +447,8 @@ TEST_F(Maker, RefusesWhatCannotBeTold) {
         {"file to folder", {"old/a/name", "new/a/name/inside"}, "a/name"},
         {"two names in one", {"new/Readme", "new/README"}, "README", true},
         {"a link", {"new/file"}, "new/link", true},
+        {"a name that Windows cuts", {"new/name."}, "name.", true},
+        {"a name that is no text", {"new/n\xFFme"}, "UTF-8", true},
         {"the patcher's own folder", {"new/Patcher-Temp/file"}, "Patcher-Temp", true},
     };
     for (const Case& each : cases) {

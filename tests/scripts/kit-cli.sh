@@ -79,6 +79,14 @@ same new target
 kit 1 apply patch/patch-control.txt target
 same new target
 
+# Options that may be given again leave what follows them alone.
+kit 0 make --ignore '*.bak' old new patch
+if [ -z "${VELPATCH_RUN:-}" ]; then
+    code=0
+    "$build/bin/velpatch-kit" -q inspect patch/patch-control.txt --json >/dev/full 2>err || code=$?
+    [ "$code" = 1 ] || fail "results that are lost gave exit code $code"
+fi
+
 # What the patch does, and whether the target is as it should be before and after.
 kit 0 inspect patch/patch-control.txt patch/patch-data.bin
 gives '^download-bytes	[1-9]'
@@ -96,6 +104,9 @@ kit 0 join discs joined --control patch/patch-control.txt
 cmp -s joined patch/patch-data.bin || fail "the joined file differs"
 kit 0 inspect patch/patch-control.txt discs
 kit 2 split patch/patch-data.bin discs --size 5X
+kit 2 join discs discs/patch-1.bin
+kit 2 join missing-folder unmade
+kit 2 inspect patch/patch-control.txt missing.bin
 head -c 40 patch/patch-data.bin >discs/patch-2.bin
 kit 1 join discs unmade
 kit 1 inspect patch/patch-control.txt discs
@@ -125,9 +136,18 @@ same new deep/inside/target
 kit 2 uninstall deep/inside/target
 says 'say --yes'
 same new deep/inside/target
+# With it go the shortcuts on its list, and nothing that a link in it leads to.
+mkdir beside
+touch menu.lnk beside/dear
+entry=$folder/menu.lnk
+printf '\0\0\0\0%b%s' "\\0$(printf %o ${#entry})" "$entry" >deep/inside/target/uninstall.dat
+# Wine shows a link of this system as a plain folder.
+[ -n "${VELPATCH_RUN:-}" ] || ln -s ../../../beside deep/inside/target/out
 kit 0 uninstall --yes deep/inside/target
 says 'The game is gone'
 [ ! -e deep/inside/target ] || fail "the game is still there"
+[ ! -e menu.lnk ] || fail "the shortcut is still there"
+[ -e beside/dear ] || fail "a link was followed"
 [ -d deep/inside ] || fail "too much went"
 kit 2 uninstall --yes deep/inside/target
 kit 2 uninstall --yes /

@@ -8,16 +8,15 @@ import os
 import pathlib
 import shlex
 import shutil
-import signal
-import socket
 import ssl
 import subprocess
 import sys
 import tempfile
-import time
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts"))
+from nginx_server import NginxServer  # noqa: E402
 
 KIT = pathlib.Path(sys.argv[1]).resolve() / "bin" / "velpatch-kit"
-PATH = os.environ.get("PATH", "") + ":/usr/sbin:/usr/local/sbin:/sbin"
 HOSTILE = 'eve";} \\z $arg_u {#\'é'  # as a user name, a password, a stream and an installation id
 
 SERVICE = """; What players are offered.
@@ -139,40 +138,16 @@ def escape(text, hexadecimal="%%%02x"):
                    for b in text.encode())
 
 
-def unused_port():
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
-
-
 class Test:
     def __init__(self, folder):
         self.folder = folder
-        self.port = 0
-        self.server = None
+        self.server = NginxServer(folder / "log")
         self.failures = 0
 
     def expect(self, what, got, wanted):
         if got != wanted:
             self.failures += 1
             print(f"{what}: got {got!r}, wanted {wanted!r}")
-
-    def workers(self):
-        pid = self.server.pid
-        return pathlib.Path(f"/proc/{pid}/task/{pid}/children").read_text(encoding="utf-8").split()
-
-    def reload(self):
-        """Has nginx read its configuration again. For a moment old workers answer beside the new
-        ones, so it waits until none of the old is left."""
-        old = self.workers()
-        self.server.send_signal(signal.SIGHUP)
-        end = time.monotonic() + 60
-        while time.monotonic() < end:
-            now = self.workers()
-            if now and not set(old) & set(now):
-                return
-            time.sleep(0.02)
-        sys.exit("nginx never read its configuration again")
 
     def kit(self, *words, code=0):
         done = subprocess.run([KIT, "-q", *words], cwd=self.folder, capture_output=True,
@@ -188,35 +163,17 @@ class Test:
     def start(self):
         """Publishes for a port that is free, and serves."""
         text = SERVICE.replace("@HOSTILE@", HOSTILE.replace('"', '""'))
-        # Workers of another user couldn't reach a temporary folder.
-        words = "daemon off;" + (" user root root;" if os.geteuid() == 0 else "")
-        for _ in range(5):
-            self.port = unused_port()
-            self.write("service.txt", text.replace("@PORT@", str(self.port)))
-            self.kit("publish", "service.txt", "out")
-            with open(self.folder / "log", "ab") as log:
-                self.server = subprocess.Popen(
-                    [shutil.which("nginx", path=PATH), "-c", self.folder / "out/nginx/nginx.conf",
-                     "-g", words, "-e", "stderr"], stderr=log)
-            for _ in range(500):
-                with socket.socket() as probe:
-                    if self.server.poll() is None and probe.connect_ex(
-                            ("127.0.0.1", self.port)) == 0:
-                        return
-                if self.server.poll() is not None:
-                    break
-                time.sleep(0.02)
-            self.stop()
-        raise SystemExit((self.folder / "log").read_text())
 
-    def stop(self):
-        self.server.terminate()  # it ends its workers
-        self.server.wait()
+        def publish(port):
+            self.write("service.txt", text.replace("@PORT@", str(port)))
+            self.kit("publish", "service.txt", "out")
+            return self.folder / "out/nginx/nginx.conf"
+        self.server.start(publish)
 
     def get(self, path, headers=None):
         """(status, headers, body)."""
         context = ssl.create_default_context(cafile=self.folder / "server.crt")
-        connection = http.client.HTTPSConnection("localhost", self.port, timeout=20,
+        connection = http.client.HTTPSConnection("localhost", self.server.port, timeout=20,
                                                  context=context)
         connection.request("GET", path, headers=headers or {})
         reply = connection.getresponse()
@@ -241,7 +198,7 @@ class Test:
         else:
             got = reply.split('description "', 1)[1].removesuffix('"\n')
             self.expect(f"begin of {query}", reply.startswith(
-                f'good 1\npatch-control-file "https://localhost:{self.port}/up/files/'), True)
+                f'good 1\npatch-control-file "https://localhost:{self.server.port}/up/files/'), True)
         self.expect(f"stream file {query}", got, wanted)
         return reply
 
@@ -352,7 +309,7 @@ def check_new_build(test, build1):
                       for name in ("build2", "build3"))
     test.stream_file(f"{ada}&stream=live&build={build2}&loc=US", "no-patches-available")
     test.stream_file(f"{ada}&stream=live&build=rowan-2&loc=US", "Installs 2")
-    test.reload()
+    test.server.reload()
     for build, wanted in ((build1, 'Brings ""you"" to 2; $x {\nsecond line'), (build2, "To 3"),
                           (build3, "no-patches-available"), ("rowan-2", "To 3"),
                           (escape(HOSTILE), "Hostile")):
@@ -397,7 +354,7 @@ def check_hashed(test):
     text = (test.folder / "service.txt").read_text(encoding="utf-8")
     test.write("service.txt", "hash-passwords true\n" + text)
     test.kit("publish", "service.txt", "out")
-    test.reload()
+    test.server.reload()
     password = escape("p&w=+% é")
     for login, wanted in ((f"u=ada&p={password}", None), (f"u=Ada&p={password}", "no-patch-streams"),
                           (f"u=%61d%61&p={password}", None),
@@ -424,6 +381,9 @@ def check_document(test):
             ("p13", "patches/1.0-to-1.2"), ("full", "installations/1.1"),
             ("full3", "installations/1.2"), ("build2", "builds/1.1"), ("build3", "builds/1.2")):
         shutil.copytree(test.folder / source, test.folder / "doc" / folder)
+    (test.folder / "doc/keys").mkdir()
+    for file in ("server.crt", "server.key"):
+        shutil.copy(test.folder / file, test.folder / "doc/keys" / file)
     words = shlex.split(command.replace("\\\n", " "))
     done = subprocess.run([KIT, "publish", "service.txt", "site", "--add-build", *words],
                           cwd=test.folder / "doc", capture_output=True, text=True, check=False)
@@ -456,7 +416,7 @@ def main():
             check_hashed(test)
             check_document(test)
         finally:
-            test.stop()
+            test.server.stop()
         if test.failures:
             print((test.folder / "log").read_text()[-3000:])
             return 1

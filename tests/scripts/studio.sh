@@ -5,21 +5,27 @@ set -eu
 root=$(cd "$(dirname "$0")/../.." && pwd)
 build=$(cd "${1:-$root/build/release}" && pwd)
 folder=$(mktemp -d)
-trap 'rm -rf "$folder"' EXIT
-export TMPDIR="$folder"
+stop() {
+    [ ! -s "$folder/site/run/nginx.pid" ] || kill "$(cat "$folder/site/run/nginx.pid")" || true
+    rm -rf "$folder"
+}
+trap stop EXIT
+export TMPDIR="$folder" HOME="$folder/home" XDG_DATA_HOME="$folder/home"
+chmod 755 "$folder" # what the server's workers read lies in it
 cd "$folder"
 "$root/scripts/make-demo-game" --own-only game >/dev/null
 mv game/build1 game-1.0
 mv game/build2 game-1.1
 cp -r "$root/data" data
 chmod -R u+w data
-mkdir bin
-ln -s "$build/bin/velpatch-kit" bin/velpatch-kit
-export PATH="$folder/bin:$PATH"
+mkdir bin home
+ln -s "$build/bin/velpatch-kit" "$build/bin/velpatch" "$root/scripts/make-root" bin
+export PATH="$folder/bin:$PATH:/usr/sbin:/sbin"
+port=$(python3 -c 'import socket; s = socket.socket(); s.bind(("", 0)); print(s.getsockname()[1])')
 
 # The blocks become one script, with the document's line in front of each for the complaint.
 awk '/^```sh$/ { inside = 1; print "line=" NR; next } /^```$/ { inside = 0 } inside' \
-    "$root/docs/studio.md" >commands.sh
+    "$root/docs/studio.md" | sed "s/8443/$port/" >commands.sh
 [ "$(grep -c '^velpatch-kit ' commands.sh)" -ge 12 ] || { echo "too few commands found"; exit 1; }
 echo 'set -eu; trap '"'"'echo "docs/studio.md, block of line $line: failed"'"'"' ERR' >all.sh
 cat commands.sh >>all.sh
@@ -36,6 +42,7 @@ assert patch["sums"]["edits"] > 10 and len(patch["operations"]) > 100, patch["su
 assert patch["sums"]["new-bytes"] > patch["sums"]["download-bytes"] > 0
 assert not patch["faults"]
 END
+grep -q "^exit code 1: there is a patch" log || { echo "no patch is on offer"; tail log; exit 1; }
 [ -e disc-1/patch-1.bin ] && [ -e discs/patch-2.bin ]
 # Nothing half-written, and no errors on the way.
 [ -z "$(find . -name '*.tmp*')" ]
@@ -63,7 +70,9 @@ done
 wrong verify --after out/patch-control.txt spoilt
 [ "$(grep -c "^wrong	.*	has the checksum" answer)" = 2 ]
 cp out/patch-data.bin damaged.bin
-wrong verify --after --data joined-missing.bin out/patch-control.txt player
+velpatch-kit verify --after --data missing.bin out/patch-control.txt player >/dev/null 2>words &&
+    exit 1
+[ $? = 2 ] && grep -q "missing.bin" words
 printf 'oops' | dd of=damaged.bin bs=1 seek=20000 conv=notrunc 2>/dev/null
 wrong inspect out/patch-control.txt damaged.bin
 grep -q "byte [0-9]* of '.*/damaged.bin', byte [0-9]* inflated, operation [0-9]* (" words
@@ -71,7 +80,7 @@ rm discs/patch-2.bin
 wrong join discs joined-2.bin
 grep -q "patch-2.bin" words
 [ ! -e joined-2.bin ]
-sed -i 's/"$velpatch_retry"/"$velpatch_rety"/' online/patch-config.txt
-wrong check-config online --json
+sed -i 's/"$velpatch_retry"/"$velpatch_rety"/' patcher/data/patch-config.txt
+wrong check-config patcher/data --json
 python3 -c 'import json; assert json.load(open("answer"))["errors"] == 2'
 echo "docs/studio.md: good"

@@ -55,7 +55,9 @@ TEST(Constraint, LoadString) {
         {"a.left = b.right + padding - 4", "a 0 2 b 1 -4 p"},
         {"a.left = b.right - padding + 4", "a 0 2 b 1 4 -p"},
         {"a.left = b.right - padding - 4", "a 0 2 b 1 -4 -p"},
+        {"a.left = $x - padding + 4", "a 0 2 $x -1 4 -p"},
         {"the name.left = b.right-safebottom", "the name 0 2 b 26 0"},
+        {"a.left = b - c.right + 4", "a 0 2 b - c 1 4"},
         // The relations are tried in a fixed order, not by place.
         {"$a = b < 3", "$a = b -1 0  -1 3"},
     };

@@ -28,6 +28,7 @@ constexpr RelationText kWishes[] = {{"maximize", UIAlignmentSolver::kMaximize},
 constexpr string_view kPlus = " + ";
 constexpr string_view kMinus = " - ";
 constexpr string_view kPadding = "padding";
+constexpr string_view kMinusPadding = " - padding";
 
 const char* const kPriorityNames[] = {"UIAlignmentMethodConstraints::IntrinsicPriority", "weak",
                                       "normal", "strong", nullptr};
@@ -120,16 +121,22 @@ bool IsVariable(string_view text) {
     return !text.empty() && text.front() == '$';
 }
 
-// The right side. "a.b - padding + 4" has its operator before the plus sign.
+// The right side. "a.b - padding + 4" has its operator before the plus sign; any other " - " there
+// belongs to a name.
 bool ParseRight(string_view right, UIAlignmentMethodConstraints::Constraint& into,
                 const CXString& whole) {
     string_view term = right;
     string_view tail;
     bool negated = false;
     bool hasTail = Split(right, kPlus, term, tail);
-    if (!hasTail || (!IsVariable(term) && term.find(kMinus) != string_view::npos)) {
+    const size_t minus = term.size() - std::min(kMinusPadding.size(), term.size());
+    if (!hasTail) {
         negated = Split(right, kMinus, term, tail);
         hasTail = negated;
+    } else if (term.substr(minus) == kMinusPadding) {
+        negated = true;
+        term = right.substr(0, minus);
+        tail = right.substr(minus + kMinus.size());
     }
     if (!hasTail) {
         if (ParseWhole(term, into.constant)) {

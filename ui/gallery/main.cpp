@@ -1,8 +1,4 @@
-// Shows the gallery of widgets: velpatch-gallery [headless] [german] [press=NAME] [seconds=N]
-//
-// "headless" takes the backend without a screen and writes what is shown, and what a look at it
-// would find wrong, to stdout. "press" presses a button when the window is up, so that a script
-// can take pictures of the sheets. "seconds" ends it by itself.
+// Shows the gallery of widgets; kUsage tells how.
 #include "core/CXText.h"
 #include "core/CXTime.h"
 #include "runtime/CXRuntime.h"
@@ -18,6 +14,18 @@
 
 namespace {
 
+constexpr char kUsage[] =
+    "usage: velpatch-gallery [headless] [german] [press=NAME] [seconds=N]\n"
+    "  headless    takes no screen: writes what would be shown, and what a look at it would find\n"
+    "              wrong\n"
+    "  german      long texts\n"
+    "  press=NAME  presses a button at once: message, long-message, question, choose, licence,\n"
+    "              file, pick-folder, toggle, exit\n"
+    "  seconds=N   ends by itself\n"
+    "Exit codes: 0 done, 1 something looks wrong without a screen, 2 wrong usage or no display.\n";
+constexpr int kLooksWrong = 1;
+constexpr int kWrongUsage = 2;
+
 struct Options {
     bool headless = false;
     UIGalleryLanguage language = UIGalleryLanguage::English;
@@ -25,8 +33,8 @@ struct Options {
     int64_t seconds = 0;
 };
 
-Options ReadOptions(int argc, char** argv) {
-    Options options;
+/// False at a word that it doesn't know.
+bool ReadOptions(int argc, char** argv, Options& options) {
     for (int index = 1; index < argc; ++index) {
         const absl::string_view word = argv[index];
         if (word == "headless") {
@@ -38,13 +46,14 @@ Options ReadOptions(int argc, char** argv) {
         } else if (word.substr(0, 8) == "seconds=") {
             options.seconds = ToInt64(word.substr(8), 0);
         } else {
-            std::fprintf(stderr, "velpatch-gallery: unknown word '%s'\n", argv[index]);
+            return false;
         }
     }
-    return options;
+    return true;
 }
 
-void RunGallery(const Options& options) {
+/// Gives the exit code.
+int RunGallery(const Options& options) {
     std::atomic<bool> quit{false};
     HeadlessBackend* headless = nullptr;
     std::unique_ptr<UIBackend> backend;
@@ -57,7 +66,7 @@ void RunGallery(const Options& options) {
     }
     if (backend == nullptr) {
         std::fputs("velpatch-gallery: no display; try the word headless\n", stderr);
-        return;
+        return kWrongUsage;
     }
     UIService service(std::move(backend), quit);
     UIGalleryApplication application(options.language);
@@ -78,18 +87,27 @@ void RunGallery(const Options& options) {
             break;
         }
     }
+    CXString faults;
     if (headless != nullptr) {
+        faults = headless->FindFaults();
         std::fputs(headless->Dump(true).GetData(), stdout);
-        std::fputs(headless->FindFaults().GetData(), stdout);
+        std::fputs(faults.GetData(), stdout);
     }
     loop.CloseAll();
+    return faults.IsEmpty() ? 0 : kLooksWrong;
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
+    Options options;
+    if (!ReadOptions(argc, argv, options)) {
+        const bool isAsked = absl::string_view(argv[1]) == "--help";
+        std::fputs(kUsage, isAsked ? stdout : stderr);
+        return isAsked ? 0 : kWrongUsage;
+    }
     CXRuntime::Start();
-    RunGallery(ReadOptions(argc, argv));
+    const int exitCode = RunGallery(options);
     CXRuntime::Stop();
-    return 0;
+    return exitCode;
 }
