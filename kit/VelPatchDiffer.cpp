@@ -74,8 +74,7 @@ void VelPatchDiffer::Align(Region region, size_t level) {
         seeding.mostMatches = std::max<uint64_t>(1 << 18, newLength / 64);
         const std::span<const uint8_t> older = m_old.subspan(region.oldStart, oldLength);
         const std::span<const uint8_t> newer = m_new.subspan(region.newStart, newLength);
-        std::vector<VelPatchMatch> found =
-            FindSeedMatches(older, newer, seeding, level == 0 ? m_workers : 1);
+        std::vector<VelPatchMatch> found = FindSeedMatches(older, newer, seeding, m_workers);
         KeepHeaviestChain(found, older, newer);
         if (!found.empty() || level + 1 < std::size(kLevels)) {
             AlignGaps(region, found, level + 1);

@@ -16,6 +16,8 @@ namespace {
 // Files are worked on side by side as long as they are small: memory stays below a bound that
 // doesn't depend on their number.
 constexpr uint64_t kMostBatchBytes = 12 << 20;
+// The work on a file of this size is shared out among threads.
+constexpr uint64_t kLargeBytes = 2 << 20;
 // A created file of this size is not read into memory.
 constexpr uint64_t kStreamedSize = 4 << 20;
 constexpr size_t kPayloadPiece = 1 << 18;
@@ -235,11 +237,12 @@ CXResult VelPatchMaker::WriteBatch(VelPatchDataWriter& data, size_t start, size_
                                    CXString& problem) {
     std::vector<VelPatchRecord> records(end - start);
     std::atomic<uint64_t> done{m_doneSize};
-    const bool isAlone = end - start == 1;
     const auto make = [&](size_t i) {
         VelPatchPlannedOperation& planned = m_operations[start + i];
         if (planned.HasRecord()) {
-            records[i] = MakeRecord(planned, isAlone ? m_options.workers : 1);
+            // The others of the batch may be done long before a large one.
+            const bool isLarge = WeightOf(planned) >= kLargeBytes;
+            records[i] = MakeRecord(planned, isLarge ? m_options.workers : 1);
             done += planned.newSize + 1;
         }
     };

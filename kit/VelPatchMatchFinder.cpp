@@ -24,7 +24,7 @@ constexpr uint64_t kMostBridged = 1 << 16;
 constexpr uint64_t kBridgeBudget = 16;
 // New bytes that are scanned by themselves, so that several threads can take part; matches reach
 // over the borders. Fixed, so that the threads' number doesn't show in what is found.
-constexpr uint64_t kStretch = 2 << 20;
+constexpr uint64_t kStretch = 1 << 19;
 // Positions whose table slots are fetched ahead of their use.
 constexpr uint64_t kBatch = 16;
 

@@ -191,7 +191,7 @@ TEST(FileDiff, WritesWhatThePatcherReads) {
                  {"to nothing", oldBytes, {}},
                  {"from nothing", {}, newBytes},
                  {"nothing alike", oldBytes, RandomBytes(random, 1000)},
-                 {"a large program", Program(4, 1500000, 0), Program(4, 1500000, 0x1234)}};
+                 {"a large program", Program(4, 2500000, 0), Program(4, 2500000, 0x1234)}};
     for (const auto& each : cases) {
         SCOPED_TRACE(each.what);
         const Bytes diff = MakeFileDiff(each.before, each.after, 1);
