@@ -501,6 +501,31 @@ TEST_F(WizardRuns, AWindowClosedInMidWorkLeavesTheTargetAsItWas) {
     }
 }
 
+TEST_F(WizardRuns, AWindowClosedBetweenTwoFilesUndoesTheFirst) {
+    Configure(Offline("patch") + ForOldBuild());
+    for (const Acts& acts :
+         {Acts{"press $velpatch_cancel", "end"},
+          Acts{"close", "see Cancel patch attempt and revert changes?", "press Quit", "end"}}) {
+        SCOPED_TRACE(acts.front());
+        GetProcessSettings().target = m_folder.Path("game");
+        GetProcessSettings().startImmediately = true;
+        FaultFileDriver driver;
+        driver.Hold(FileOp::OpenWrite, "readme");
+        const ScopedFileDriver use(driver);
+        OpenWizard();
+        ASSERT_TRUE(Until([&] { return driver.IsHolding(); }));
+        Play({"see $velpatch_task_installing"});
+        std::thread disk([&] {
+            CXSleep(500);
+            driver.Release();
+        });
+        Play(acts);
+        disk.join();
+        EXPECT_EQ(ReadTarget(), m_old);
+        EXPECT_GT(driver.CountCalls(FileOp::RemoveFile), 0U) << "the first was made";
+    }
+}
+
 TEST_F(WizardRuns, ADamagedCopySaysSoAndGoes) {
     WriteData("patch-config.txt", "");
     LoadApplicationConfiguration();

@@ -49,6 +49,23 @@ void FaultFileDriver::Heal() {
     m_powerCut = false;
 }
 
+void FaultFileDriver::Hold(uint32_t operations, const CXString& pathPart) {
+    std::lock_guard<std::mutex> guard(m_section);
+    m_heldOperations = operations;
+    m_heldPart = pathPart;
+}
+
+void FaultFileDriver::Release() {
+    std::lock_guard<std::mutex> guard(m_section);
+    m_heldOperations = 0;
+    m_released.notify_all();
+}
+
+bool FaultFileDriver::IsHolding() const {
+    std::lock_guard<std::mutex> guard(m_section);
+    return m_holding != 0;
+}
+
 uint64_t FaultFileDriver::CountCalls(uint32_t operations) const {
     std::lock_guard<std::mutex> guard(m_section);
     return static_cast<uint64_t>(
@@ -119,7 +136,13 @@ CXString FaultFileDriver::PathOf(CXFileHandle file) const {
 
 std::optional<FileFault> FaultFileDriver::Meet(uint32_t op, const CXString& path,
                                                const CXString& newPath) {
-    std::lock_guard<std::mutex> guard(m_section);
+    std::unique_lock<std::mutex> guard(m_section);
+    if ((m_heldOperations & op) != 0 &&
+        path.View().find(m_heldPart.View()) != absl::string_view::npos) {
+        ++m_holding;
+        m_released.wait(guard, [&] { return (m_heldOperations & op) == 0; });
+        --m_holding;
+    }
     std::optional<FileFault> fault;
     for (Plan& plan : m_plans) {
         const bool named = path.View().find(plan.pathPart.View()) != absl::string_view::npos ||

@@ -4,6 +4,7 @@
 
 #include "core/CXFileDriver.h"
 
+#include <condition_variable>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -74,6 +75,12 @@ public:
     void CutPower(uint64_t at, uint32_t operations = FileOp::Changing);
     /// True once the power is gone.
     bool IsPowerCut() const;
+    /// Calls of these kinds whose path holds `pathPart` wait from now on until Release.
+    void Hold(uint32_t operations, const CXString& pathPart);
+    /// Lets go on what waits; no call waits any more.
+    void Release();
+    /// True while a call waits for Release.
+    bool IsHolding() const;
     /// Drops all plans and the cut.
     void Heal();
 
@@ -193,6 +200,10 @@ private:
     CXFileDriver& m_inner;
     mutable std::mutex m_section;
     std::vector<Plan> m_plans;
+    std::condition_variable m_released;
+    uint32_t m_heldOperations = 0;
+    CXString m_heldPart;
+    int m_holding = 0; ///< calls that wait
     std::vector<FileAccess> m_log;
     std::map<CXFileHandle, CXString> m_open;
     std::optional<std::vector<CXVolume>> m_volumes;
