@@ -27,8 +27,7 @@ public:
         Adopt(label, label, name);
         GTK::gtk_label_set_xalign(As<GtkLabel>(label), 0);
         GTK::gtk_label_set_yalign(As<GtkLabel>(label), 0);
-        GTK::gtk_label_set_line_wrap(As<GtkLabel>(label), TRUE);
-        GTK::gtk_label_set_line_wrap_mode(As<GtkLabel>(label), PANGO_WRAP_WORD_CHAR);
+        WrapLabel(As<GtkLabel>(label));
     }
 
     void SetText(const CXString& text) override {
@@ -87,9 +86,7 @@ public:
         : UIPeerGtk(UIKind::Check, sink, window) {
         GtkWidget* check = GTK::gtk_check_button_new_with_label("");
         Adopt(check, check, name);
-        auto* label = As<GtkLabel>(GTK::gtk_bin_get_child(As<GtkBin>(check)));
-        GTK::gtk_label_set_line_wrap(label, TRUE);
-        GTK::gtk_label_set_line_wrap_mode(label, PANGO_WRAP_WORD_CHAR);
+        WrapLabel(As<GtkLabel>(GTK::gtk_bin_get_child(As<GtkBin>(check))));
         GTK::Connect(check, "toggled", OnToggled, this);
     }
 

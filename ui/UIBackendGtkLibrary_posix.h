@@ -91,6 +91,7 @@
     X(gtk_init_check) \
     X(gtk_label_get_layout) \
     X(gtk_label_new) \
+    X(gtk_label_set_attributes) \
     X(gtk_label_set_ellipsize) \
     X(gtk_label_set_line_wrap) \
     X(gtk_label_set_line_wrap_mode) \
@@ -191,8 +192,12 @@
     X(gtk_window_set_title) \
     X(gtk_window_set_transient_for) \
     X(gtk_window_set_type_hint) \
+    X(pango_attr_insert_hyphens_new) \
+    X(pango_attr_list_insert) \
+    X(pango_attr_list_new) \
     X(pango_layout_get_baseline) \
     X(pango_layout_get_pixel_size) \
+    X(pango_layout_set_attributes) \
     X(pango_layout_set_width) \
     X(pango_layout_set_wrap)
 // clang-format on

@@ -31,6 +31,17 @@ int LongestWord(GtkWidget* widget, absl::string_view text) {
     return longest;
 }
 
+/// A word that is broken is a path or an address most likely, into which no hyphen belongs. For the
+/// rest of the process.
+PangoAttrList* WithoutHyphens() {
+    static PangoAttrList* const list = [] {
+        PangoAttrList* made = GTK::pango_attr_list_new();
+        GTK::pango_attr_list_insert(made, GTK::pango_attr_insert_hyphens_new(FALSE));
+        return made;
+    }();
+    return list;
+}
+
 } // namespace
 
 UIPeerGtk::~UIPeerGtk() {
@@ -118,6 +129,7 @@ UIIntrinsic UIPeerGtk::MeasureText(const CXString& text, int32_t forWidth) {
         const double pixels = std::max(1.0, std::floor(forWidth * UIBackendGtk::GetScale()));
         GTK::pango_layout_set_width(layout, static_cast<int>(pixels) * PANGO_SCALE);
         GTK::pango_layout_set_wrap(layout, PANGO_WRAP_WORD_CHAR);
+        GTK::pango_layout_set_attributes(layout, WithoutHyphens());
     }
     int width = 0;
     int height = 0;
@@ -131,4 +143,10 @@ UIIntrinsic UIPeerGtk::MeasureText(const CXString& text, int32_t forWidth) {
     result.baseline = Logical(baseline);
     result.heightFollowsWidth = true;
     return result;
+}
+
+void UIPeerGtk::WrapLabel(GtkLabel* label) {
+    GTK::gtk_label_set_line_wrap(label, TRUE);
+    GTK::gtk_label_set_line_wrap_mode(label, PANGO_WRAP_WORD_CHAR);
+    GTK::gtk_label_set_attributes(label, WithoutHyphens());
 }

@@ -47,6 +47,8 @@ protected:
     UIIntrinsic MeasureWidget();
     /// The size of text in the control's font; `forWidth` in logical units, -1: as wide as it is.
     UIIntrinsic MeasureText(const CXString& text, int32_t forWidth);
+    /// Lets the label wrap as MeasureText measures.
+    static void WrapLabel(GtkLabel* label);
 
     /// While one lives, signals are of our own making and are not told to the sink.
     class Quiet {
