@@ -192,6 +192,7 @@ if [ -z "${VELPATCH_RUN:-}" ]; then
     kit 1 apply bad-mode.txt before --data modes/patch-data.bin
     same old before
     # Promised retries go on until Ctrl-C, which lets the task roll back.
+    : >err # of the run before, which would be taken for this one's
     "$build/bin/velpatch-kit" apply bad-mode.txt before --data modes/patch-data.bin \
         --answer retry >out 2>err </dev/null &
     child=$!
