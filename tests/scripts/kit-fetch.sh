@@ -52,6 +52,7 @@ fetch 2 "" "http://127.0.0.1:$http/file.bin" missing-folder/f
 fetch 2 "" "http://127.0.0.1:$http/file.bin" f --ca www/file.bin
 
 # A slow transfer is stopped by Ctrl-C and keeps what came.
+: >err
 "$kit" fetch "http://127.0.0.1:$http/slow/file.bin" g >out 2>err </dev/null &
 client=$!
 for _ in $(seq 500); do
