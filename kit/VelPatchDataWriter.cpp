@@ -1,17 +1,17 @@
 #include "kit/VelPatchDataWriter.h"
 
-#include "core/CXLock.h"
 #include "kit/VelPatchDeflater.h"
 #include "kit/VelPatchParallel.h"
 
 #include <zlib.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
 constexpr int kBestLevel = 9;
-constexpr size_t kPiecesAtOnce = 16;
+constexpr size_t kMostWaiting = 12; // pieces
 constexpr uint64_t kFileWriteBuffer = 1 << 16;
 constexpr size_t kLongString = 255;
 
@@ -40,34 +40,11 @@ void DeflatePiece(std::span<const uint8_t> bytes, size_t windowSize, bool isLast
 
 } // namespace
 
-/// Deflaters that threads borrow.
-class VelPatchDataWriter::Pool {
-public:
-    std::unique_ptr<VelPatchDeflater> Take() {
-        CXCriticalSectionGuard guard(m_lock);
-        if (m_free.empty()) {
-            return std::make_unique<VelPatchDeflater>();
-        }
-        std::unique_ptr<VelPatchDeflater> taken = std::move(m_free.back());
-        m_free.pop_back();
-        return taken;
-    }
-    void Give(std::unique_ptr<VelPatchDeflater> deflater) {
-        CXCriticalSectionGuard guard(m_lock);
-        m_free.push_back(std::move(deflater));
-    }
-
-private:
-    CXCriticalSection m_lock;
-    std::vector<std::unique_ptr<VelPatchDeflater>> m_free;
-};
-
-VelPatchDataWriter::VelPatchDataWriter() : m_pool(std::make_unique<Pool>()) {}
+VelPatchDataWriter::VelPatchDataWriter() = default;
 VelPatchDataWriter::~VelPatchDataWriter() = default;
 
-CXResult VelPatchDataWriter::Open(const CXString& path, int level, unsigned workers) {
+CXResult VelPatchDataWriter::Open(const CXString& path, int level) {
     m_level = level;
-    m_workers = std::max(1U, workers);
     m_file.Open(path, kOpenRead | kOpenWrite | kOpenCreate | kOpenTruncate);
     if (!m_file.IsOpen()) {
         return CXResultCertainFailure(m_file.GetLastError());
@@ -87,19 +64,40 @@ void VelPatchDataWriter::WriteOut(std::span<const uint8_t> bytes) {
 }
 
 void VelPatchDataWriter::Append(std::span<const uint8_t> bytes) {
-    constexpr size_t kBatch = kPiecesAtOnce * VelPatchDeflater::kMaxPiece;
+    constexpr size_t kPiece = VelPatchDeflater::kMaxPiece;
     m_rawSize += bytes.size();
     while (!bytes.empty()) {
-        // A full batch waits for one more byte: only Close knows what is last.
-        if (m_pending.size() - m_windowSize == kBatch) {
-            Compress(false);
+        // A full piece waits for one more byte: only Close knows what is last.
+        if (m_pending.size() - m_windowSize == kPiece) {
+            CutPiece(false);
+            while (CountWaiting() > kMostWaiting) {
+                CompressPiece();
+            }
         }
-        const size_t room = kBatch - (m_pending.size() - m_windowSize);
+        const size_t room = kPiece - (m_pending.size() - m_windowSize);
         const std::span<const uint8_t> part = bytes.first(std::min(room, bytes.size()));
         m_adler = static_cast<uint32_t>(adler32_z(m_adler, part.data(), part.size()));
         m_pending.insert(m_pending.end(), part.begin(), part.end());
         bytes = bytes.subspan(part.size());
     }
+}
+
+void VelPatchDataWriter::CutPiece(bool isLast) {
+    Piece piece;
+    piece.number = m_pieces++;
+    piece.windowSize = m_windowSize;
+    piece.isLast = isLast;
+    m_windowSize = std::min(m_pending.size(), VelPatchDeflater::kWindow);
+    std::vector<uint8_t> window(m_pending.end() - static_cast<ptrdiff_t>(m_windowSize),
+                                m_pending.end());
+    piece.bytes = std::exchange(m_pending, std::move(window));
+    CXCriticalSectionGuard guard(m_lock);
+    m_waiting.push_back(std::move(piece));
+}
+
+size_t VelPatchDataWriter::CountWaiting() const {
+    CXCriticalSectionGuard guard(m_lock);
+    return m_waiting.size();
 }
 
 void VelPatchDataWriter::AppendU64(uint64_t number) {
@@ -122,37 +120,67 @@ void VelPatchDataWriter::AppendString(const CXString& text) {
     Append(bytes);
 }
 
-void VelPatchDataWriter::Compress(bool isLast) {
-    constexpr size_t kPiece = VelPatchDeflater::kMaxPiece;
-    const size_t total = m_pending.size() - m_windowSize;
-    const size_t count = std::max<size_t>(1, (total + kPiece - 1) / kPiece);
-    std::vector<std::vector<uint8_t>> outs(count);
-    const std::span<const uint8_t> all(m_pending);
-    const auto compress = [&](size_t i) {
-        const size_t start = m_windowSize + i * kPiece;
-        const size_t window = std::min(start, VelPatchDeflater::kWindow);
-        const size_t end = std::min(start + kPiece, all.size());
-        const std::span<const uint8_t> bytes = all.subspan(start - window, end - start + window);
-        const bool isEnd = isLast && i + 1 == count;
-        if (m_level >= kBestLevel) {
-            std::unique_ptr<VelPatchDeflater> deflater = m_pool->Take();
-            deflater->Compress(bytes, window, isEnd, outs[i]);
-            m_pool->Give(std::move(deflater));
-        } else {
-            DeflatePiece(bytes, window, isEnd, m_level, outs[i]);
-        }
-    };
-    RunParallel(count, m_workers, compress);
-    for (const std::vector<uint8_t>& out : outs) {
-        WriteOut(out);
+bool VelPatchDataWriter::CompressPiece() {
+    std::unique_lock<CXCriticalSection> guard(m_lock);
+    if (m_waiting.empty()) {
+        return false;
     }
-    const size_t kept = std::min(m_pending.size(), VelPatchDeflater::kWindow);
-    m_pending.erase(m_pending.begin(), m_pending.end() - static_cast<ptrdiff_t>(kept));
-    m_windowSize = kept;
+    const Piece piece = std::move(m_waiting.front());
+    m_waiting.pop_front();
+    guard.unlock();
+    std::vector<uint8_t> packed = Compress(piece);
+    guard.lock();
+    m_packed.emplace(piece.number, std::move(packed));
+    if (m_isWriting) {
+        return true; // who writes looks for it afterwards
+    }
+    m_isWriting = true;
+    for (auto next = m_packed.find(m_written); next != m_packed.end();
+         next = m_packed.find(m_written)) {
+        packed = std::move(next->second);
+        m_packed.erase(next);
+        guard.unlock();
+        WriteOut(packed);
+        const CXResult error = m_file.GetLastError();
+        guard.lock();
+        m_error = error;
+        m_written++;
+    }
+    m_isWriting = false;
+    return true;
 }
 
-CXResult VelPatchDataWriter::Close() {
-    Compress(true);
+std::vector<uint8_t> VelPatchDataWriter::Compress(const Piece& piece) {
+    std::vector<uint8_t> out;
+    if (m_level < kBestLevel) {
+        DeflatePiece(piece.bytes, piece.windowSize, piece.isLast, m_level, out);
+        return out;
+    }
+    std::unique_ptr<VelPatchDeflater> deflater;
+    {
+        CXCriticalSectionGuard guard(m_lock);
+        if (!m_idle.empty()) {
+            deflater = std::move(m_idle.back());
+            m_idle.pop_back();
+        }
+    }
+    if (deflater == nullptr) {
+        deflater = std::make_unique<VelPatchDeflater>();
+    }
+    deflater->Compress(piece.bytes, piece.windowSize, piece.isLast, out);
+    CXCriticalSectionGuard guard(m_lock);
+    m_idle.push_back(std::move(deflater));
+    return out;
+}
+
+CXResult VelPatchDataWriter::GetLastError() const {
+    CXCriticalSectionGuard guard(m_lock);
+    return m_error;
+}
+
+CXResult VelPatchDataWriter::Close(unsigned workers) {
+    CutPiece(true);
+    RunParallel(m_waiting.size(), workers, [&](size_t) { CompressPiece(); });
     uint8_t check[4];
     for (int i = 0; i < 4; i++) {
         check[i] = static_cast<uint8_t>(m_adler >> (24 - 8 * i));

@@ -4,37 +4,15 @@
 #include "kit/VelPatchControlWriter.h"
 #include "kit/VelPatchDataWriter.h"
 #include "kit/VelPatchParallel.h"
-#include "kit/VelPatchRecordMaker.h"
+#include "kit/VelPatchRecordLine.h"
 #include "kit/VelPatchResultText.h"
 #include "stream/CXStreamFile.h"
 
 #include <algorithm>
-#include <atomic>
 
 namespace {
 
-// Files are worked on side by side as long as they are small: memory stays below a bound that
-// doesn't depend on their number.
-constexpr uint64_t kMostBatchBytes = 12 << 20;
-// The work on a file of this size is shared out among threads.
-constexpr uint64_t kLargeBytes = 2 << 20;
-// A created file of this size is not read into memory.
-constexpr uint64_t kStreamedSize = 4 << 20;
-constexpr size_t kPayloadPiece = 1 << 18;
 constexpr const char* kLockName = "velpatch-make.tmp";
-
-/// Bytes that are in memory for an operation.
-uint64_t WeightOf(const VelPatchPlannedOperation& planned) {
-    uint64_t weight = planned.newSize;
-    for (const VelPatchSource& source : planned.sources) {
-        weight = std::max(weight, planned.newSize + source.size);
-    }
-    return planned.HasRecord() ? weight : 0;
-}
-
-bool IsStreamed(const VelPatchPlannedOperation& planned) {
-    return planned.operation.command == COMMAND_CREATE_FILE && planned.newSize >= kStreamedSize;
-}
 
 /// The checksum of the finished file is for a path where something else may stand, and so may be
 /// the work of an earlier run. A create never takes such a file for its own, and the file that an
@@ -139,9 +117,19 @@ CXResult VelPatchMaker::MakeFiles(CXString& problem) {
 
 CXResult VelPatchMaker::Plan(CXString& problem) {
     Report("reading the folders", -1);
-    CXResult result = m_newTree.Scan(m_options.newFolder, m_options.ignored, problem);
-    if (result == kCXResultOK && !m_options.oldFolder.IsEmpty()) {
-        result = m_oldTree.Scan(m_options.oldFolder, m_options.ignored, problem);
+    CXString oldProblem;
+    CXResult result = kCXResultOK;
+    CXResult oldResult = kCXResultOK;
+    RunParallel(2, m_options.workers, [&](size_t i) {
+        if (i == 0) {
+            result = m_newTree.Scan(m_options.newFolder, m_options.ignored, problem);
+        } else if (!m_options.oldFolder.IsEmpty()) {
+            oldResult = m_oldTree.Scan(m_options.oldFolder, m_options.ignored, oldProblem);
+        }
+    });
+    if (result == kCXResultOK) {
+        result = oldResult;
+        problem = oldProblem;
     }
     if (result != kCXResultOK) {
         return result;
@@ -172,13 +160,13 @@ CXResult VelPatchMaker::Plan(CXString& problem) {
 
 CXResult VelPatchMaker::WriteData(const CXString& path, CXString& problem) {
     VelPatchDataWriter data;
-    CXResult result = data.Open(path, m_options.level, m_options.workers);
+    CXResult result = data.Open(path, m_options.level);
     if (result != kCXResultOK) {
         problem = CXString::Format("'%s' can't be made: %s", path.GetData(), ResultText(result));
         return result;
     }
     const CXResult written = WriteRecords(data, problem);
-    result = data.Close();
+    result = data.Close(m_options.workers);
     if (written != kCXResultOK && !problem.IsEmpty()) {
         return written;
     }
@@ -194,144 +182,25 @@ CXResult VelPatchMaker::WriteData(const CXString& path, CXString& problem) {
 }
 
 CXResult VelPatchMaker::WriteRecords(VelPatchDataWriter& data, CXString& problem) {
-    m_doneSize = 0;
-    m_totalSize = 0;
+    uint64_t total = 0;
     for (const VelPatchPlannedOperation& planned : m_operations) {
-        m_totalSize += planned.HasRecord() ? planned.newSize + 1 : 0;
+        total += planned.HasRecord() ? planned.newSize + 1 : 0;
     }
-    for (size_t start = 0; start < m_operations.size();) {
-        const size_t end = EndOfBatch(start);
-        ReportData();
-        const CXResult result = IsStreamed(m_operations[start])
-                                    ? WritePayload(data, m_operations[start], problem)
-                                    : WriteBatch(data, start, end, problem);
-        if (result != kCXResultOK) {
-            return result;
-        }
-        start = end;
-    }
-    return kCXResultOK;
-}
-
-void VelPatchMaker::ReportData() const {
-    const auto total = static_cast<double>(std::max<uint64_t>(m_totalSize, 1));
-    Report("making the patch", static_cast<double>(m_doneSize) / total, m_doneSize);
-}
-
-size_t VelPatchMaker::EndOfBatch(size_t start) const {
-    uint64_t weight = 0;
-    size_t end = start;
-    for (; end < m_operations.size(); end++) {
-        weight += WeightOf(m_operations[end]);
-        if (end > start && (weight > kMostBatchBytes || IsStreamed(m_operations[end]))) {
-            break;
-        }
-        if (IsStreamed(m_operations[end])) {
-            return end + 1;
-        }
-    }
-    return end;
-}
-
-CXResult VelPatchMaker::WriteBatch(VelPatchDataWriter& data, size_t start, size_t end,
-                                   CXString& problem) {
-    std::vector<VelPatchRecord> records(end - start);
-    std::atomic<uint64_t> done{m_doneSize};
-    const auto make = [&](size_t i) {
-        VelPatchPlannedOperation& planned = m_operations[start + i];
-        if (planned.HasRecord()) {
-            // The others of the batch may be done long before a large one.
-            const bool isLarge = WeightOf(planned) >= kLargeBytes;
-            records[i] = MakeRecord(planned, isLarge ? m_options.workers : 1);
-            done += planned.newSize + 1;
-        }
-    };
-    const bool isComplete = RunParallel(records.size(), m_options.workers, make, [&](size_t) {
-        m_doneSize = done;
-        ReportData();
+    const auto tick = [&](uint64_t done) {
+        Report("making the patch",
+               static_cast<double>(done) / static_cast<double>(std::max<uint64_t>(total, 1)), done);
         return !IsStopped();
-    });
-    m_doneSize = done;
-    if (!isComplete) {
-        problem = "stopped";
-        return kCXResultCancelled;
-    }
-    for (size_t i = 0; i < records.size(); i++) {
-        if (!m_operations[start + i].HasRecord()) {
-            continue;
-        }
-        if (records[i].result != kCXResultOK) {
-            problem = records[i].problem;
-            return records[i].result;
-        }
-        data.AppendU64(records[i].bytes.size());
-        const CXResult result = AppendBytes(data, records[i].bytes, problem);
-        if (result != kCXResultOK) {
-            return result;
-        }
-        data.AppendString(m_operations[start + i].operation.destinationChecksum);
-        records[i].bytes = std::vector<uint8_t>();
-    }
-    return kCXResultOK;
-}
-
-CXResult VelPatchMaker::WritePayload(VelPatchDataWriter& data, VelPatchPlannedOperation& planned,
-                                     CXString& problem) {
-    CXStreamFile file;
-    file.Open(planned.newFile, kOpenRead);
-    data.AppendU64(planned.newSize);
-    CXMD5 digest;
-    uint64_t left = planned.newSize;
-    std::vector<uint8_t> piece(kPayloadPiece);
-    while (left > 0 && file.IsOpen()) {
-        const uint64_t wanted = std::min<uint64_t>(left, piece.size());
-        if (file.Read(piece.data(), wanted) != wanted) {
-            break;
-        }
-        digest.Update(piece.data(), static_cast<size_t>(wanted));
-        const CXResult result = AppendBytes(
-            data, std::span<const uint8_t>(piece).first(static_cast<size_t>(wanted)), problem);
-        if (result != kCXResultOK) {
-            return result;
-        }
-        left -= wanted;
-        m_doneSize += wanted;
-    }
-    if (left > 0) {
-        problem = CXString::Format("'%s' can't be read to its end: %s", planned.newFile.GetData(),
-                                   ResultText(file.GetLastError()));
-        return CXResultCertainFailure(file.GetLastError());
-    }
-    m_doneSize++;
-    planned.operation.destinationChecksum = digest.FinishHex();
-    data.AppendString(planned.operation.destinationChecksum);
-    return kCXResultOK;
-}
-
-CXResult VelPatchMaker::AppendBytes(VelPatchDataWriter& data, std::span<const uint8_t> bytes,
-                                    CXString& problem) {
-    while (!bytes.empty()) {
-        const std::span<const uint8_t> part = bytes.first(std::min(bytes.size(), kPayloadPiece));
-        data.Append(part);
-        bytes = bytes.subspan(part.size());
-        ReportData();
-        if (IsStopped()) {
-            problem = "stopped";
-            return kCXResultCancelled;
-        }
-        if (data.GetLastError() != kCXResultOK) {
-            return data.GetLastError(); // closing the file tells it by its name
-        }
-    }
-    return kCXResultOK;
+    };
+    return VelPatchRecordLine(m_operations, data).Run(m_options.workers, tick, problem);
 }
 
 CXResult VelPatchMaker::CheckUnchanged(CXString& problem) const {
-    for (const VelPatchTree* tree : {&m_oldTree, &m_newTree}) {
-        const CXString changed = tree->FindChanged();
-        if (!changed.IsEmpty()) {
-            problem =
-                CXString::Format("'%s' has changed while the patch was made", changed.GetData());
+    const VelPatchTree* const trees[] = {&m_oldTree, &m_newTree};
+    CXString changed[2];
+    RunParallel(2, m_options.workers, [&](size_t i) { changed[i] = trees[i]->FindChanged(); });
+    for (const CXString& path : changed) {
+        if (!path.IsEmpty()) {
+            problem = CXString::Format("'%s' has changed while the patch was made", path.GetData());
             return kCXResultFailed;
         }
     }

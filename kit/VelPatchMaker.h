@@ -8,7 +8,6 @@
 
 #include <cstdint>
 #include <functional>
-#include <span>
 #include <vector>
 
 class VelPatchDataWriter;
@@ -66,14 +65,6 @@ private:
     CXResult MakeFiles(CXString& problem);
     CXResult WriteData(const CXString& path, CXString& problem);
     CXResult WriteRecords(VelPatchDataWriter& data, CXString& problem);
-    size_t EndOfBatch(size_t start) const;
-    CXResult WriteBatch(VelPatchDataWriter& data, size_t start, size_t end, CXString& problem);
-    CXResult WritePayload(VelPatchDataWriter& data, VelPatchPlannedOperation& planned,
-                          CXString& problem);
-    /// Appends and looks between pieces whether to go on. A failure of the data file itself is left
-    /// without a problem text.
-    CXResult AppendBytes(VelPatchDataWriter& data, std::span<const uint8_t> bytes,
-                         CXString& problem);
     CXResult CheckUnchanged(CXString& problem) const;
     CXResult WriteControl(const CXString& path, CXString& problem);
     CXResult Check(const CXString& control, const CXString& data, CXString& problem);
@@ -82,7 +73,6 @@ private:
     CXResult Publish(const CXString& temporary, const CXString& path, CXString& problem);
     void Count();
     void Report(const char* text, double fraction, uint64_t bytes = 0) const;
-    void ReportData() const;
     bool IsStopped() const { return m_isStopped && m_isStopped(); }
 
     Options m_options;
@@ -95,7 +85,5 @@ private:
     CXString m_dataChecksum;
     uint64_t m_dataSize = 0;
     uint64_t m_rawSize = 0;
-    uint64_t m_doneSize = 0;  ///< bytes of new files behind us, of
-    uint64_t m_totalSize = 0; ///< those that have records
     VelPatchSummary m_summary;
 };

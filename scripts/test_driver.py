@@ -23,7 +23,7 @@ import tidy
 ROOT = source_checks.ROOT
 BUILD = os.path.join(ROOT, "build")
 CORES = os.cpu_count() or 2
-THREADED = ["test_runtime", "test_stream", "test_net", "test_patch", "test_app"]
+THREADED = ["test_runtime", "test_stream", "test_net", "test_patch", "test_kit", "test_app"]
 
 ADDRESS_OPTIONS = {
     "ASAN_OPTIONS": "allocator_may_return_null=1:detect_stack_use_after_return=1",

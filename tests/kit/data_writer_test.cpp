@@ -7,7 +7,9 @@
 #include <gtest/gtest.h>
 #include <zlib.h>
 
+#include <atomic>
 #include <random>
+#include <thread>
 
 namespace {
 
@@ -67,13 +69,28 @@ TEST(DataWriter, GivesBackWhatWentIn) {
             std::string first;
             for (const unsigned workers : {1U, 3U}) {
                 VelPatchDataWriter writer;
-                ASSERT_EQ(writer.Open(folder.Path("data"), level, workers), kCXResultOK);
+                ASSERT_EQ(writer.Open(folder.Path("data"), level), kCXResultOK);
+                std::atomic<bool> isAppending{true};
+                std::vector<std::thread> helpers;
+                for (unsigned i = 1; i < workers; i++) {
+                    helpers.emplace_back([&] {
+                        while (isAppending) {
+                            if (!writer.CompressPiece()) {
+                                std::this_thread::yield();
+                            }
+                        }
+                    });
+                }
                 for (size_t at = 0; at < size;) {
                     const size_t part = std::min(size - at, 1 + random() % (2 * kPiece));
                     writer.Append(std::span<const uint8_t>(bytes).subspan(at, part));
                     at += part;
                 }
-                ASSERT_EQ(writer.Close(), kCXResultOK);
+                isAppending = false;
+                for (std::thread& helper : helpers) {
+                    helper.join();
+                }
+                ASSERT_EQ(writer.Close(workers), kCXResultOK);
                 const std::string file = folder.ReadFile("data");
                 EXPECT_EQ(writer.GetSize(), file.size());
                 EXPECT_EQ(writer.GetChecksum(), CXMD5::OfBlock(file.data(), file.size()));
@@ -93,13 +110,13 @@ TEST(DataWriter, NoiseHardlyGrowsAndRunsVanish) {
     }
     TempFolder folder;
     VelPatchDataWriter writer;
-    ASSERT_EQ(writer.Open(folder.Path("data"), 9, 2), kCXResultOK);
+    ASSERT_EQ(writer.Open(folder.Path("data"), 9), kCXResultOK);
     writer.Append(noise);
-    ASSERT_EQ(writer.Close(), kCXResultOK);
+    ASSERT_EQ(writer.Close(2), kCXResultOK);
     EXPECT_LT(writer.GetSize(), noise.size() + 200);
     VelPatchDataWriter zeros;
-    ASSERT_EQ(zeros.Open(folder.Path("data"), 9, 2), kCXResultOK);
+    ASSERT_EQ(zeros.Open(folder.Path("data"), 9), kCXResultOK);
     zeros.Append(Bytes(8 << 20));
-    ASSERT_EQ(zeros.Close(), kCXResultOK);
+    ASSERT_EQ(zeros.Close(2), kCXResultOK);
     EXPECT_LT(zeros.GetSize(), 12000U);
 }

@@ -333,10 +333,11 @@ TEST_F(Maker, NewFilesComeFromTheMostSimilar) {
 }
 
 TEST_F(Maker, WorkersDontShow) {
-    // One file that is shared out among threads, and many small ones.
+    // One file that is shared out among threads, one that isn't read into memory, and many small
+    // ones before, between and behind them.
     std::mt19937 random(23);
     std::string program;
-    for (int i = 0; i < 1500000; i++) {
+    for (int i = 0; i < 750000; i++) {
         program += {static_cast<char>(i / 7), static_cast<char>(random() % 16),
                     static_cast<char>(random()), '\x90'};
     }
@@ -346,11 +347,16 @@ TEST_F(Maker, WorkersDontShow) {
     }
     program.insert(program.size() / 3, "some more");
     m_folder.WriteFile("new/program", program);
+    std::string film(5 << 20, '\0');
+    for (size_t at = 0; at < film.size(); at += 1 + random() % 4096) {
+        film[at] = static_cast<char>(random());
+    }
+    m_folder.WriteFile("new/film", film);
     for (int i = 0; i < 60; i++) {
-        const std::string text = program.substr(random() % 5000000, 3000);
-        m_folder.WriteFile("old/f" + std::to_string(i), text);
-        m_folder.WriteFile("new/f" + std::to_string(i),
-                           text.substr(0, 1000) + "-" + text.substr(1100));
+        const std::string text = program.substr(random() % 2500000, 3000);
+        const std::string name = std::string(1, "afmz"[i % 4]) + std::to_string(i);
+        m_folder.WriteFile("old/" + name, text);
+        m_folder.WriteFile("new/" + name, text.substr(0, 1000) + "-" + text.substr(1100));
     }
     ASSERT_EQ(Make(true, true, 1), kCXResultOK) << m_problem.GetData();
     const std::string control = m_folder.ReadFile("out/patch-control.txt");
@@ -359,6 +365,52 @@ TEST_F(Maker, WorkersDontShow) {
         ASSERT_EQ(Make(true, false, workers), kCXResultOK);
         EXPECT_EQ(m_folder.ReadFile("out/patch-control.txt"), control);
         EXPECT_TRUE(m_folder.ReadFile("out/patch-data.bin") == data);
+    }
+}
+
+TEST_F(Maker, StopsAnywhere) {
+    std::mt19937 random(29);
+    for (int i = 0; i < 40; i++) {
+        std::string text(80000, '\0');
+        for (char& letter : text) {
+            letter = "etaoin shrdlu"[random() % 13];
+        }
+        m_folder.WriteFile("new/f" + std::to_string(i), text);
+    }
+    for (int calls = 1;; calls *= 2) {
+        int left = calls;
+        m_meanwhile = [&] { return --left <= 0; };
+        if (Make(false, false, 3) == kCXResultOK) {
+            EXPECT_GE(calls, 4) << "asked too rarely";
+            break;
+        }
+        ASSERT_TRUE(m_folder.Tree("out").empty()) << calls;
+    }
+}
+
+TEST_F(Maker, TheFirstOfManyFailuresIsTold) {
+    for (int i = 10; i < 90; i++) {
+        m_folder.WriteFile("old/f" + std::to_string(i), std::string(5000, 'a'));
+        m_folder.WriteFile("new/f" + std::to_string(i), std::string(5000, 'b'));
+    }
+    int calls = 0;
+    m_meanwhile = [&] {
+        // Between the planning and the records; files that come to be different are noticed there.
+        if (++calls == 2) {
+            for (const char* name : {"new/f33", "new/f34", "new/f80"}) {
+                m_folder.WriteFile(name, "short");
+            }
+        }
+        return false;
+    };
+    for (int round = 0; round < 5; round++) {
+        EXPECT_NE(Make(true, false, 4), kCXResultOK);
+        EXPECT_TRUE(Complains("new/f33' has changed")) << m_problem.GetData();
+        EXPECT_TRUE(m_folder.Tree("out").empty());
+        calls = 0;
+        for (const char* name : {"new/f33", "new/f34", "new/f80"}) {
+            m_folder.WriteFile(name, std::string(5000, 'b'));
+        }
     }
 }
 
