@@ -19,6 +19,7 @@ struct Level {
 };
 constexpr Level kLevels[] = {
     {16, 8, 1 << 14, 1 << 25},
+    {16, 1, 1 << 12, 1 << 20},
     {8, 1, 8, 1 << 20},
     {8, 1, 8, 1 << 16},
 };
@@ -33,12 +34,43 @@ constexpr uint64_t kLeastProfitable = 8;
 constexpr uint64_t kLeastRun = 3;
 constexpr uint64_t kRunShare = 24;
 
+/// How many pieces may be found in so many new bytes. A table whose records have changed in places
+/// has one for every dozen bytes; what has more of them is chance.
+uint64_t MostMatchesIn(uint64_t newBytes) {
+    constexpr uint64_t kMatchShare = 12;
+    return std::max<uint64_t>(1 << 15, newBytes / kMatchShare);
+}
+
+/// Drops the matches that are neither long nor close to another of their diagonal: a match of the
+/// coarse seeds that is chance would keep the finer ones from following what is around it.
+void DropLonely(std::vector<VelPatchMatch>& matches) {
+    constexpr uint64_t kLong = 128;
+    constexpr uint64_t kClose = 256;
+    const auto areClose = [](const VelPatchMatch& a, const VelPatchMatch& b) {
+        return b.newStart - a.newStart == b.oldStart - a.oldStart &&
+               b.newStart - a.NewEnd() < kClose;
+    };
+    std::vector<uint8_t> isClose(matches.size() + 1, 0);
+    for (size_t i = 1; i < matches.size(); i++) {
+        if (areClose(matches[i - 1], matches[i])) {
+            isClose[i - 1] = isClose[i] = 1;
+        }
+    }
+    size_t kept = 0;
+    for (size_t i = 0; i < matches.size(); i++) {
+        if (isClose[i] != 0 || matches[i].length >= kLong) {
+            matches[kept++] = matches[i];
+        }
+    }
+    matches.resize(kept);
+}
+
 } // namespace
 
 std::vector<VelPatchMatch> VelPatchDiffer::FindMatches() {
     m_matches.clear();
     m_leastLength = kLeastProfitable;
-    m_mostMatches = std::max<uint64_t>(1 << 20, m_new.size() / 32);
+    m_mostMatches = MostMatchesIn(m_new.size());
     Align({0, m_old.size(), 0, m_new.size()}, 0);
     DropShort(kLeastProfitable);
     std::vector<VelPatchMatch> runs =
@@ -76,6 +108,9 @@ void VelPatchDiffer::Align(Region region, size_t level) {
         const std::span<const uint8_t> newer = m_new.subspan(region.newStart, newLength);
         std::vector<VelPatchMatch> found = FindSeedMatches(older, newer, seeding, m_workers);
         KeepHeaviestChain(found, older, newer);
+        if (level == 0) {
+            DropLonely(found);
+        }
         if (!found.empty() || level + 1 < std::size(kLevels)) {
             AlignGaps(region, found, level + 1);
         }
@@ -112,9 +147,14 @@ void VelPatchDiffer::AlignGaps(const Region& region, const std::vector<VelPatchM
     // Shares of about as many gaps each; their number doesn't depend on that of the threads.
     std::vector<VelPatchDiffer> shares(kShares, VelPatchDiffer(m_old, m_new));
     const auto border = [&](size_t share) { return (found.size() + 1) * share / kShares; };
+    const auto newStartOf = [&](size_t share) {
+        return share == 0         ? 0
+               : share == kShares ? region.newEnd - region.newStart
+                                  : found[border(share) - 1].NewEnd();
+    };
     const auto align = [&](size_t i) {
         shares[i].m_leastLength = m_leastLength;
-        shares[i].m_mostMatches = m_mostMatches / kShares;
+        shares[i].m_mostMatches = MostMatchesIn(newStartOf(i + 1) - newStartOf(i));
         alignFrom(shares[i], border(i), border(i + 1));
     };
     RunParallel(kShares, m_workers, align);

@@ -11,11 +11,11 @@
 /// equal pieces that rises in both files; what lies between becomes literal bytes.
 ///
 /// The way: seeds of 16 bytes across both files, grown to whole matches; of these the heaviest
-/// rising chain (sparse dynamic programming over a Fenwick tree, O(m log m)); then the same inside
-/// each gap with seeds of 8 bytes; then the short runs between the pieces; last, runs that cost
-/// more as a command than as literal bytes are given up. Deterministic, whatever the number of
-/// threads. Time is linear but for the chains; memory beside the two ranges stays below three times
-/// the larger one plus some MiB.
+/// rising chain (sparse dynamic programming over a Fenwick tree, O(m log m)), without the short
+/// ones that stand alone; then the same inside each gap with more seeds of 16 bytes, then of 8;
+/// then the short runs between the pieces; last, runs that cost more as a command than as literal
+/// bytes are given up. Deterministic, whatever the number of threads. Time is linear but for the
+/// chains; memory beside the two ranges stays below three times the larger one plus some MiB.
 class VelPatchDiffer {
 public:
     /// The ranges must outlive the object.

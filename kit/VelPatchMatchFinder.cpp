@@ -12,6 +12,9 @@ namespace {
 // A frequent seed is followed through this many of its places, and the nearest of them are grown.
 constexpr int kMostVisited = 128;
 constexpr int kMostGrown = 8;
+// What a match must bring more than the one on the diagonal of the last match, for the search to go
+// on along its own: one byte more is often chance.
+constexpr uint64_t kDiagonalMargin = 8;
 // Growth to the left is bounded, so that repeated content can't make the scan quadratic; the rest
 // of a longer match is found as the common end of the gap before it.
 constexpr uint64_t kMostLeftGrowth = 4096;
@@ -143,7 +146,7 @@ public:
     SeedScan(std::span<const uint8_t> oldBytes, std::span<const uint8_t> newBytes,
              const VelPatchSeeding& seeding, const SeedIndex& index, uint64_t mostMatches)
         : m_old(oldBytes), m_new(newBytes), m_seeding(seeding), m_mostMatches(mostMatches),
-          m_leastLength(seeding.seedLength), m_index(index) {}
+          m_index(index) {}
 
     /// Looks at the seeds that begin from `at` to below `end`.
     std::vector<VelPatchMatch> Run(uint64_t at, uint64_t end) {
@@ -201,9 +204,17 @@ private:
                 candidates[farthest] = position;
             }
         }
+        uint64_t diagonal = m_lastDiagonal;
+        uint64_t best = longest;
         for (int i = 0; i < count; i++) {
-            longest = std::max(longest, Grow(candidates[i], at));
+            const uint64_t end = Grow(candidates[i], at);
+            longest = std::max(longest, end);
+            if (end > best + kDiagonalMargin) {
+                best = end;
+                diagonal = candidates[i] - at;
+            }
         }
+        m_lastDiagonal = diagonal;
         return longest;
     }
 
@@ -224,28 +235,36 @@ private:
         const uint64_t left = CommonSuffix(m_old.data() + oldAt, m_new.data() + newAt,
                                            std::min({oldAt, newAt, kMostLeftGrowth}));
         m_covered.Set(diagonal, newAt + right);
-        m_lastDiagonal = diagonal;
         Record({oldAt - left, newAt - left, left + right});
         return newAt + right;
     }
 
     void Record(const VelPatchMatch& match) {
-        if (match.length < m_leastLength) {
-            return;
-        }
-        while (m_found.size() >= m_mostMatches) {
-            m_leastLength *= 2;
-            std::erase_if(m_found,
-                          [&](const VelPatchMatch& each) { return each.length < m_leastLength; });
+        if (m_found.size() >= m_mostMatches) {
+            DropWeakDiagonals();
         }
         m_found.push_back(match);
+    }
+
+    /// Where a seed stands in many places, as in tables, most matches are chance; those that belong
+    /// to one another share a diagonal, however short each of them is.
+    void DropWeakDiagonals() {
+        std::unordered_map<uint64_t, uint64_t> weights;
+        for (const VelPatchMatch& match : m_found) {
+            weights[match.oldStart - match.newStart] += match.length;
+        }
+        for (uint64_t least = 2 * uint64_t{m_seeding.seedLength};
+             m_found.size() > m_mostMatches / 2; least *= 2) {
+            std::erase_if(m_found, [&](const VelPatchMatch& match) {
+                return weights[match.oldStart - match.newStart] < least;
+            });
+        }
     }
 
     std::span<const uint8_t> m_old;
     std::span<const uint8_t> m_new;
     const VelPatchSeeding& m_seeding;
     uint64_t m_mostMatches;
-    uint64_t m_leastLength;
     const SeedIndex& m_index;
     CoveredDiagonals m_covered;
     uint64_t m_lastDiagonal = 0;

@@ -20,7 +20,7 @@ struct VelPatchMatch {
 struct VelPatchSeeding {
     uint32_t seedLength;  ///< 8, 16 or 32: bytes that must be equal before a match is considered
     uint32_t step;        ///< every step-th old position is indexed
-    uint64_t mostMatches; ///< when more are found, the shortest go first
+    uint64_t mostMatches; ///< when more are found, those of the weakest diagonals go first
 };
 
 /// Matches of at least `seeding.seedLength` bytes between the two ranges, in rising order of
