@@ -25,7 +25,7 @@ constexpr Level kLevels[] = {
 };
 
 // Gaps are shared out among threads where there are so many; into how many shares.
-constexpr size_t kLeastToShare = 4096;
+constexpr size_t kLeastToShare = 256;
 constexpr size_t kShares = 32;
 // Seeds that grew into less are chance.
 constexpr uint64_t kLeastProfitable = 8;
@@ -107,7 +107,7 @@ void VelPatchDiffer::Align(Region region, size_t level) {
         const std::span<const uint8_t> older = m_old.subspan(region.oldStart, oldLength);
         const std::span<const uint8_t> newer = m_new.subspan(region.newStart, newLength);
         std::vector<VelPatchMatch> found = FindSeedMatches(older, newer, seeding, m_workers);
-        KeepHeaviestChain(found, older, newer);
+        KeepHeaviestChain(found, older, newer, m_workers);
         if (level == 0) {
             DropLonely(found);
         }

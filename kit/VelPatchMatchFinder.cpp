@@ -28,6 +28,8 @@ constexpr uint64_t kBridgeBudget = 16;
 // New bytes that are scanned by themselves, so that several threads can take part; matches reach
 // over the borders. Fixed, so that the threads' number doesn't show in what is found.
 constexpr uint64_t kStretch = 1 << 19;
+// Matches that are worth a thread of their own to sort.
+constexpr size_t kLeastToSort = 1 << 14;
 // Positions whose table slots are fetched ahead of their use.
 constexpr uint64_t kBatch = 16;
 
@@ -404,7 +406,7 @@ std::vector<VelPatchMatch> FindSeedMatches(std::span<const uint8_t> oldBytes,
 }
 
 void KeepHeaviestChain(std::vector<VelPatchMatch>& matches, std::span<const uint8_t> oldBytes,
-                       std::span<const uint8_t> newBytes) {
+                       std::span<const uint8_t> newBytes, unsigned workers) {
     const uint64_t endDiagonal = newBytes.size() - oldBytes.size();
     uint64_t bridgeBudget = kBridgeBudget * newBytes.size();
     const auto likeness = [&](const VelPatchMatch& last, const VelPatchMatch& next) {
@@ -434,25 +436,28 @@ void KeepHeaviestChain(std::vector<VelPatchMatch>& matches, std::span<const uint
     const auto endInOld = [&](uint32_t i) { return matches[i].OldEnd() - SlackOf(matches[i]); };
     const auto endInNew = [&](uint32_t i) { return matches[i].NewEnd() - SlackOf(matches[i]); };
 
-    std::vector<uint32_t> order(count);
-    for (uint32_t i = 0; i < count; i++) {
-        order[i] = i;
-    }
-    std::sort(order.begin(), order.end(), [&](uint32_t a, uint32_t b) {
-        const uint64_t endA = endInOld(a);
-        const uint64_t endB = endInOld(b);
-        return endA != endB ? endA < endB : a < b;
-    });
+    // By where they end in either file; equal ends in the order of the matches.
+    struct End {
+        uint64_t at;
+        uint32_t match;
+        bool operator<(const End& other) const {
+            return at != other.at ? at < other.at : match < other.match;
+        }
+    };
+    std::vector<End> byNewEnd(count);
     std::vector<uint64_t> oldEnds(count);
     std::vector<uint32_t> rankOf(count);
-    for (uint32_t rank = 0; rank < count; rank++) {
-        oldEnds[rank] = endInOld(order[rank]);
-        rankOf[order[rank]] = rank;
-    }
-    std::sort(order.begin(), order.end(), [&](uint32_t a, uint32_t b) {
-        const uint64_t endA = endInNew(a);
-        const uint64_t endB = endInNew(b);
-        return endA != endB ? endA < endB : a < b;
+    RunParallel(2, count < kLeastToSort ? 1 : workers, [&](size_t which) {
+        std::vector<End> byOldEnd(which == 0 ? 0 : count);
+        std::vector<End>& ends = which == 0 ? byNewEnd : byOldEnd;
+        for (uint32_t i = 0; i < count; i++) {
+            ends[i] = {which == 0 ? endInNew(i) : endInOld(i), i};
+        }
+        std::sort(ends.begin(), ends.end());
+        for (uint32_t rank = 0; rank < byOldEnd.size(); rank++) {
+            oldEnds[rank] = byOldEnd[rank].at;
+            rankOf[byOldEnd[rank].match] = rank;
+        }
     });
 
     ChainTree tree(count);
@@ -463,8 +468,8 @@ void KeepHeaviestChain(std::vector<VelPatchMatch>& matches, std::span<const uint
     std::unordered_map<uint64_t, ChainTree::Best> lastOn = {{0, ChainTree::Best()}};
     uint32_t entered = 0;
     for (uint32_t i = 0; i < count; i++) {
-        while (entered < count && endInNew(order[entered]) <= matches[i].newStart) {
-            const uint32_t done = order[entered++];
+        while (entered < count && byNewEnd[entered].at <= matches[i].newStart) {
+            const uint32_t done = byNewEnd[entered++].match;
             tree.Put(rankOf[done], {scores[done], done});
         }
         const auto reachable =

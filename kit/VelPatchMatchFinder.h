@@ -35,9 +35,9 @@ std::vector<VelPatchMatch> FindSeedMatches(std::span<const uint8_t> oldBytes,
 /// Keeps the chain of matches that rises in both files and covers the most bytes, less a fixed
 /// number for each change of the diagonal, that is of the difference of the positions. The ranges
 /// begin on diagonal 0 and end on `endDiagonal`. `matches` must come in rising order of newStart.
-/// Small overlaps of neighbours are trimmed away.
+/// Small overlaps of neighbours are trimmed away. Up to two of `workers` threads.
 void KeepHeaviestChain(std::vector<VelPatchMatch>& matches, std::span<const uint8_t> oldBytes,
-                       std::span<const uint8_t> newBytes);
+                       std::span<const uint8_t> newBytes, unsigned workers);
 
 /// Length of the common start of the two ranges.
 uint64_t CommonPrefix(const uint8_t* a, const uint8_t* b, uint64_t limit);
