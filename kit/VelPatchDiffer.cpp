@@ -44,7 +44,7 @@ uint64_t MostMatchesIn(uint64_t newBytes) {
 /// Drops the matches that are neither long nor close to another of their diagonal: a match of the
 /// coarse seeds that is chance would keep the finer ones from following what is around it.
 void DropLonely(std::vector<VelPatchMatch>& matches) {
-    constexpr uint64_t kLong = 128;
+    constexpr uint64_t kLong = 64;
     constexpr uint64_t kClose = 256;
     const auto areClose = [](const VelPatchMatch& a, const VelPatchMatch& b) {
         return b.newStart - a.newStart == b.oldStart - a.oldStart &&

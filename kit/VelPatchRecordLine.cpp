@@ -10,7 +10,7 @@
 namespace {
 
 // What the records on the way may weigh together, the heaviest of them not counted.
-constexpr uint64_t kMostBeside = 10 << 20;
+constexpr uint64_t kMostBeside = 13 << 20;
 // The work on a record of this weight is shared out among threads by itself.
 constexpr uint64_t kLargeWeight = 2 << 20;
 // A created file of this size is not read into memory.
