@@ -5,6 +5,7 @@
 #include "core/CXFileSystem.h"
 #include "core/CXText.h"
 #include "kit/VelPatchResultText.h"
+#include "kit/VelPatchTree.h"
 #include "net/CXSSLContext.h"
 #include "net/CXTrustFile.h"
 #include "net/CXURI.h"
@@ -45,15 +46,6 @@ bool IsKnownKey(const CXString& key) {
                        [&key](const char* known) { return key == known; });
 }
 
-/// Windows takes dots and blanks off the end of a name. Not for empty ones.
-bool EndsAsWindowsTakesIt(const CXString& name) {
-    return name.View().back() != '.' && name.View().back() != ' ';
-}
-
-bool IsPlainName(const CXString& name) {
-    return CXFileSystem::IsValidFileName(name) && EndsAsWindowsTakesIt(name);
-}
-
 bool IsChecksum(absl::string_view text) {
     return text.size() == 32 &&
            text.find_first_not_of("0123456789abcdef") == absl::string_view::npos;
@@ -66,7 +58,7 @@ bool IsPlainRelativePath(const CXString& path) {
         return false;
     }
     for (CXString rest = path; !rest.IsEmpty(); rest = CXFileSystem::GetParent(rest)) {
-        if (!EndsAsWindowsTakesIt(rest)) {
+        if (!IsNameForWindows(CXFileSystem::GetFileName(rest))) {
             return false;
         }
     }
@@ -163,7 +155,7 @@ void VelPatchConfigCheck::CheckNames() {
     if (GetText("product-name").IsEmpty()) {
         AddOfKey(false, "product-name", "is missing, so the window's title names no product");
     }
-    if (!IsPlainName(GetText("application-bundle-id"))) {
+    if (!IsNameForWindows(GetText("application-bundle-id"))) {
         AddOfKey(true, "application-bundle-id",
                  "must be a file name: it names the folder of the player's settings");
     }
@@ -175,11 +167,11 @@ void VelPatchConfigCheck::CheckNames() {
     if (folderName.IsEmpty()) {
         AddOfKey(IsInstallation(), "installation-folder-name",
                  "is missing: players would see \"untitled.app\"");
-    } else if (!IsPlainName(folderName)) {
+    } else if (!IsNameForWindows(folderName)) {
         AddOfKey(true, "installation-folder-name", "can't be the name of a folder");
     }
     const CXString shortcut = GetText("shortcut-filename");
-    if (!shortcut.IsEmpty() && !IsPlainName(shortcut)) {
+    if (!shortcut.IsEmpty() && !IsNameForWindows(shortcut)) {
         AddOfKey(true, "shortcut-filename", "can't be the name of a file");
     }
     const CXString menu = GetText("start-menu-shortcut-folder");

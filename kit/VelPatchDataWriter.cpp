@@ -180,7 +180,7 @@ CXResult VelPatchDataWriter::GetLastError() const {
 
 CXResult VelPatchDataWriter::Close(unsigned workers) {
     CutPiece(true);
-    RunParallel(m_waiting.size(), workers, [&](size_t) { CompressPiece(); });
+    RunParallel(CountWaiting(), workers, [&](size_t) { CompressPiece(); });
     uint8_t check[4];
     for (int i = 0; i < 4; i++) {
         check[i] = static_cast<uint8_t>(m_adler >> (24 - 8 * i));

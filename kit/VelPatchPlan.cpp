@@ -15,11 +15,6 @@ namespace {
 constexpr size_t kReadPiece = 1 << 16;
 constexpr size_t kMostSources = 2; // that an edit tries
 
-/// Windows would take dots and blanks off the end, and make the file under another name.
-bool IsNameForWindows(absl::string_view name) {
-    return CXFileSystem::IsValidFileName(name) && name.back() != '.' && name.back() != ' ';
-}
-
 /// Reads an old file once: is the new file at its path the same, and what is it like?
 struct FileReading {
     CXString unreadable; ///< the file that can't be read

@@ -35,6 +35,10 @@ absl::string_view VelPatchTreeEntry::GetName() const {
     return slash == absl::string_view::npos ? view : view.substr(slash + 1);
 }
 
+bool IsNameForWindows(absl::string_view name) {
+    return CXFileSystem::IsValidFileName(name) && name.back() != '.' && name.back() != ' ';
+}
+
 bool MatchesGlob(absl::string_view path, absl::string_view glob) {
     if (glob.find('/') == absl::string_view::npos) {
         path = path.substr(path.rfind('/') + 1);

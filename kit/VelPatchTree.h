@@ -20,6 +20,10 @@ struct VelPatchTreeEntry {
     absl::string_view GetName() const;
 };
 
+/// Whether Windows makes a file of just this name: it would take dots and blanks off the end, and
+/// make one of another name.
+bool IsNameForWindows(absl::string_view name);
+
 /// Whether a path matches a glob, which may be of any length: "*" stands for any bytes of one name,
 /// "**" for slashes too, "?" for one character that is no slash; all else for itself. A glob
 /// without a slash is held against the last name alone.
