@@ -1,9 +1,11 @@
 #include "kit/VelPatchRecordLine.h"
 
 #include "kit/VelPatchParallel.h"
+#include "kit/VelPatchRecordOrder.h"
 #include "kit/VelPatchResultText.h"
 
 #include <algorithm>
+#include <iterator>
 #include <span>
 #include <utility>
 
@@ -16,6 +18,9 @@ constexpr uint64_t kLargeWeight = 2 << 20;
 // A created file of this size is not read into memory.
 constexpr uint64_t kStreamedSize = 4 << 20;
 constexpr size_t kSlice = 1 << 18;
+// Records that are put in order together: bytes that suffice, and how many at most.
+constexpr uint64_t kGatheredBytes = 2 << 20;
+constexpr size_t kMostGathered = 2048;
 
 /// Bytes that are in memory for an operation.
 uint64_t WeightOf(const VelPatchPlannedOperation& planned) {
@@ -26,15 +31,31 @@ uint64_t WeightOf(const VelPatchPlannedOperation& planned) {
     return weight;
 }
 
+/// True if the source of an edit or move is a file that an operation before makes.
+bool HasMadeSource(const VelPatchPlannedOperation& planned) {
+    return std::any_of(planned.sources.begin(), planned.sources.end(),
+                       [&planned](const VelPatchSource& source) {
+                           return source.isMade && source.path == planned.operation.sourcePath;
+                       });
+}
+
 } // namespace
 
 VelPatchRecordLine::VelPatchRecordLine(std::vector<VelPatchPlannedOperation>& operations,
                                        VelPatchDataWriter& data)
-    : m_data(data) {
-    for (VelPatchPlannedOperation& planned : operations) {
+    : m_operations(operations), m_data(data) {
+    while (m_movable < operations.size() &&
+           (operations[m_movable].HasRecord() ||
+            operations[m_movable].operation.command == COMMAND_MOVE_FILE)) {
+        m_movable++;
+    }
+    for (size_t i = 0; i < operations.size(); i++) {
+        VelPatchPlannedOperation& planned = operations[i];
         if (planned.HasRecord()) {
+            m_slotOf.emplace(planned.operation.destinationPath, m_slots.size());
             Slot& slot = m_slots.emplace_back();
             slot.planned = &planned;
+            slot.isFixed = i >= m_movable;
             slot.isStreamed = planned.operation.command == COMMAND_CREATE_FILE &&
                               planned.newSize >= kStreamedSize;
             slot.weight = slot.isStreamed ? 0 : WeightOf(planned);
@@ -59,8 +80,34 @@ CXResult VelPatchRecordLine::Run(unsigned workers, const Tick& tick, CXString& p
         m_result = kCXResultCancelled;
         m_problem = "stopped";
     }
+    if (m_result == kCXResultOK) {
+        ReorderOperations();
+    }
     problem = m_problem;
     return m_result;
+}
+
+void VelPatchRecordLine::ReorderOperations() {
+    std::vector<VelPatchPlannedOperation> ordered;
+    ordered.reserve(m_operations.size());
+    const auto takeMoves = [&](bool areOfMade) {
+        for (size_t i = 0; i < m_movable; i++) {
+            if (!m_operations[i].HasRecord() && HasMadeSource(m_operations[i]) == areOfMade) {
+                ordered.push_back(std::move(m_operations[i]));
+            }
+        }
+    };
+    takeMoves(false);
+    for (const size_t index : m_order) {
+        if (!m_slots[index].isFixed) {
+            ordered.push_back(std::move(*m_slots[index].planned));
+        }
+    }
+    takeMoves(true);
+    std::move(m_operations.begin() + static_cast<std::ptrdiff_t>(m_movable), m_operations.end(),
+              std::back_inserter(ordered));
+    m_operations = std::move(ordered);
+    m_slots.clear(); // they point to where the operations were
 }
 
 bool VelPatchRecordLine::IsOver() const {
@@ -115,6 +162,11 @@ bool VelPatchRecordLine::MakeNext(CXConditionGuard& guard) {
     guard.lock();
     slot.record = std::move(record);
     slot.isMade = true;
+    m_weights.erase(m_weights.find(slot.weight));
+    m_weight -= slot.weight;
+    slot.weight = slot.record.bytes.capacity();
+    m_weights.insert(slot.weight);
+    m_weight += slot.weight;
     m_done += slot.planned->newSize + 1;
     return true;
 }
@@ -123,10 +175,10 @@ bool VelPatchRecordLine::AppendNext(CXConditionGuard& guard) {
     if (m_isAppending || m_toAppend == m_slots.size()) {
         return false;
     }
-    Slot& slot = m_slots[m_toAppend];
-    if (!slot.isMade && !slot.isStreamed) {
-        return false;
+    if (m_toAppend == m_order.size()) {
+        return Gather(guard);
     }
+    Slot& slot = m_slots[m_order[m_toAppend]];
     m_isAppending = true;
     guard.unlock();
     const uint64_t before = m_at;
@@ -148,6 +200,70 @@ bool VelPatchRecordLine::AppendNext(CXConditionGuard& guard) {
         m_at = 0;
     }
     return true;
+}
+
+/// Once enough records are made, or all that can stand together, they get their places.
+bool VelPatchRecordLine::Gather(CXConditionGuard& guard) {
+    const size_t end = FindGatheringEnd();
+    if (end == m_order.size()) {
+        return false;
+    }
+    m_isAppending = true;
+    guard.unlock();
+    const std::vector<size_t> places = PlaceGathered(end);
+    guard.lock();
+    m_isAppending = false;
+    m_order.insert(m_order.end(), places.begin(), places.end());
+    return true;
+}
+
+/// The slot behind those that may get their places now: all before have them. What has failed ends
+/// a gathering, so that the first failure of the list is the one that is told.
+size_t VelPatchRecordLine::FindGatheringEnd() const {
+    const size_t start = m_order.size();
+    uint64_t bytes = 0;
+    size_t end = start;
+    for (; end < m_slots.size() && end - start < kMostGathered && bytes < kGatheredBytes; end++) {
+        const Slot& slot = m_slots[end];
+        if (slot.isStreamed || slot.isFixed) {
+            return end > start ? end : start + (slot.isStreamed || slot.isMade ? 1 : 0);
+        }
+        if (!slot.isMade) {
+            return start;
+        }
+        if (slot.record.result != kCXResultOK) {
+            return end > start ? end : start + 1;
+        }
+        bytes += slot.record.bytes.size();
+    }
+    return end;
+}
+
+std::vector<size_t> VelPatchRecordLine::PlaceGathered(size_t end) const {
+    const size_t start = m_order.size();
+    std::vector<VelPatchRecordToPlace> records;
+    for (size_t i = start; i < end; i++) {
+        VelPatchRecordToPlace record = {m_slots[i].record.bytes};
+        const size_t maker = FindMaker(i);
+        if (maker != VelPatchRecordToPlace::kNone && maker >= start) {
+            record.after = maker - start;
+        }
+        records.push_back(record);
+    }
+    std::vector<size_t> places = PlaceRecords(records);
+    for (size_t& place : places) {
+        place += start;
+    }
+    return places;
+}
+
+/// The slot, earlier in the list, that makes what this one edits, or kNone.
+size_t VelPatchRecordLine::FindMaker(size_t slot) const {
+    const VelPatchPlannedOperation& planned = *m_slots[slot].planned;
+    const auto maker =
+        HasMadeSource(planned) ? m_slotOf.find(planned.operation.sourcePath) : m_slotOf.end();
+    return maker != m_slotOf.end() && maker->second < slot ? maker->second
+                                                           : VelPatchRecordToPlace::kNone;
 }
 
 CXResult VelPatchRecordLine::AppendSlice(Slot& slot, bool& isWhole) {
