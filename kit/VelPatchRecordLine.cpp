@@ -93,7 +93,7 @@ void VelPatchRecordLine::ReorderOperations() {
     const auto takeMoves = [&](bool areOfMade) {
         for (size_t i = 0; i < m_movable; i++) {
             if (!m_operations[i].HasRecord() && HasMadeSource(m_operations[i]) == areOfMade) {
-                ordered.push_back(std::move(m_operations[i]));
+                ordered.push_back(m_operations[i]);
             }
         }
     };

@@ -54,7 +54,7 @@ protected:
 
 TEST_F(RecordOrder, NothingInCommonLeavesTheList) {
     EXPECT_TRUE(Place().empty());
-    for (const size_t size : {0, 5, 3000, 40000, 0, 11, 12, 100000}) {
+    for (const size_t size : {0U, 5U, 3000U, 40000U, 0U, 11U, 12U, 100000U}) {
         Add(Noise(size));
     }
     EXPECT_EQ(Place(), (std::vector<size_t>{0, 1, 2, 3, 4, 5, 6, 7}));
