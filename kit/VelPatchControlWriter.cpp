@@ -10,8 +10,10 @@ namespace {
 
 constexpr int kFormatVersion = 1;
 // The work of small operations is stated in sum at the last of them, so that most need not say a
-// number: a step of the progress is one part in so many of the whole.
+// number: a step of the progress is one part in so many of the whole, and no shorter than what a
+// run does in a moment.
 constexpr int64_t kEffortSteps = 256;
+constexpr int64_t kLeastEffort = 1 << 19;
 
 constexpr absl::string_view kPlain("#-+./@()");
 
@@ -110,7 +112,8 @@ void GatherEfforts(std::vector<PatchOperation>& operations) {
     int64_t gathered = 0;
     for (PatchOperation& operation : operations) {
         gathered += operation.estimatedEffort;
-        const bool isStated = gathered >= total / kEffortSteps || &operation == last;
+        const bool isStated =
+            gathered >= std::max(total / kEffortSteps, kLeastEffort) || &operation == last;
         operation.estimatedEffort = isStated ? gathered : 0;
         gathered = isStated ? 0 : gathered;
     }
