@@ -4,6 +4,7 @@
 #include "stream/CXStreamFile.h"
 
 #include <algorithm>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -101,21 +102,30 @@ void WriteOperation(ControlText& text, const PatchOperation& operation) {
     }
 }
 
-/// Moves efforts to later operations; their sum stays.
+/// Moves efforts to later operations of the same kind. Two sums stay: that of the moves, of whose
+/// size nothing else in a patch tells, and that of the others.
 void GatherEfforts(std::vector<PatchOperation>& operations) {
+    struct Kind {
+        int64_t gathered = 0;
+        PatchOperation* last = nullptr;
+    };
+    Kind kinds[2];
+    const auto kindOf = [&kinds](const PatchOperation& operation) -> Kind& {
+        return kinds[operation.command == COMMAND_MOVE_FILE ? 1 : 0];
+    };
     int64_t total = 0;
-    PatchOperation* last = nullptr;
     for (PatchOperation& operation : operations) {
         total += operation.estimatedEffort;
-        last = operation.estimatedEffort != 0 ? &operation : last;
+        if (operation.estimatedEffort != 0) {
+            kindOf(operation).last = &operation;
+        }
     }
-    int64_t gathered = 0;
+    const int64_t least = std::max(total / kEffortSteps, kLeastEffort);
     for (PatchOperation& operation : operations) {
-        gathered += operation.estimatedEffort;
-        const bool isStated =
-            gathered >= std::max(total / kEffortSteps, kLeastEffort) || &operation == last;
-        operation.estimatedEffort = isStated ? gathered : 0;
-        gathered = isStated ? 0 : gathered;
+        Kind& kind = kindOf(operation);
+        kind.gathered += operation.estimatedEffort;
+        const bool isStated = kind.gathered >= least || &operation == kind.last;
+        operation.estimatedEffort = isStated ? std::exchange(kind.gathered, 0) : 0;
     }
 }
 

@@ -29,10 +29,8 @@ bool NeedsPermissions(const VelPatchPlannedOperation& planned) {
     if (!isFile || planned.IsInPlace()) {
         return true;
     }
-    const auto source =
-        std::find_if(planned.sources.begin(), planned.sources.end(),
-                     [&](const VelPatchSource& each) { return each.path == operation.sourcePath; });
-    return planned.newMode != (source != planned.sources.end() ? source->mode : kUsualFileMode);
+    const VelPatchSource* const source = planned.GetSource();
+    return planned.newMode != (source != nullptr ? source->mode : kUsualFileMode);
 }
 
 } // namespace

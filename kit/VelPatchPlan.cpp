@@ -76,6 +76,14 @@ CXString FoldCase(absl::string_view text) {
 
 } // namespace
 
+const VelPatchSource* VelPatchPlannedOperation::GetSource() const {
+    const auto named =
+        std::find_if(sources.begin(), sources.end(), [this](const VelPatchSource& source) {
+            return source.path == operation.sourcePath;
+        });
+    return named != sources.end() ? &*named : nullptr;
+}
+
 bool VelPatchPlan::Make(VelPatchTree& oldTree, VelPatchTree& newTree, unsigned workers,
                         const Tick& tick, CXString& problem) {
     m_old = &oldTree;

@@ -37,6 +37,8 @@ struct VelPatchPlannedOperation {
         return operation.command == COMMAND_CREATE_FILE || operation.command == COMMAND_EDIT_FILE;
     }
     bool IsInPlace() const { return operation.sourcePath == operation.destinationPath; }
+    /// The one of the sources that the operation names, or null.
+    const VelPatchSource* GetSource() const;
 };
 
 /// The list of operations that turns the old tree into the new one, in an order in which every

@@ -33,10 +33,8 @@ uint64_t WeightOf(const VelPatchPlannedOperation& planned) {
 
 /// True if the source of an edit or move is a file that an operation before makes.
 bool HasMadeSource(const VelPatchPlannedOperation& planned) {
-    return std::any_of(planned.sources.begin(), planned.sources.end(),
-                       [&planned](const VelPatchSource& source) {
-                           return source.isMade && source.path == planned.operation.sourcePath;
-                       });
+    const VelPatchSource* const source = planned.GetSource();
+    return source != nullptr && source->isMade;
 }
 
 } // namespace
@@ -89,21 +87,19 @@ CXResult VelPatchRecordLine::Run(unsigned workers, const Tick& tick, CXString& p
 
 void VelPatchRecordLine::ReorderOperations() {
     std::vector<VelPatchPlannedOperation> ordered;
+    std::vector<VelPatchPlannedOperation> ofMade;
     ordered.reserve(m_operations.size());
-    const auto takeMoves = [&](bool areOfMade) {
-        for (size_t i = 0; i < m_movable; i++) {
-            if (!m_operations[i].HasRecord() && HasMadeSource(m_operations[i]) == areOfMade) {
-                ordered.push_back(m_operations[i]);
-            }
+    for (size_t i = 0; i < m_movable; i++) {
+        if (m_operations[i].operation.command == COMMAND_MOVE_FILE) {
+            (HasMadeSource(m_operations[i]) ? ofMade : ordered).push_back(m_operations[i]);
         }
-    };
-    takeMoves(false);
+    }
     for (const size_t index : m_order) {
         if (!m_slots[index].isFixed) {
             ordered.push_back(std::move(*m_slots[index].planned));
         }
     }
-    takeMoves(true);
+    std::move(ofMade.begin(), ofMade.end(), std::back_inserter(ordered));
     std::move(m_operations.begin() + static_cast<std::ptrdiff_t>(m_movable), m_operations.end(),
               std::back_inserter(ordered));
     m_operations = std::move(ordered);
@@ -141,6 +137,16 @@ bool VelPatchRecordLine::RunOneJob(CXConditionGuard& guard) {
     return CompressPiece(guard) || AppendNext(guard) || MakeNext(guard);
 }
 
+void VelPatchRecordLine::AddWeight(uint64_t weight) {
+    m_weights.insert(weight);
+    m_weight += weight;
+}
+
+void VelPatchRecordLine::DropWeight(uint64_t weight) {
+    m_weights.erase(m_weights.find(weight));
+    m_weight -= weight;
+}
+
 bool VelPatchRecordLine::MakeNext(CXConditionGuard& guard) {
     while (m_toMake < m_slots.size() && m_slots[m_toMake].isStreamed) {
         m_toMake++;
@@ -155,18 +161,15 @@ bool VelPatchRecordLine::MakeNext(CXConditionGuard& guard) {
         return false;
     }
     m_toMake++;
-    m_weight += slot.weight;
-    m_weights.insert(slot.weight);
+    AddWeight(slot.weight);
     guard.unlock();
     VelPatchRecord record = MakeRecord(*slot.planned, slot.weight >= kLargeWeight ? m_workers : 1);
     guard.lock();
     slot.record = std::move(record);
     slot.isMade = true;
-    m_weights.erase(m_weights.find(slot.weight));
-    m_weight -= slot.weight;
-    slot.weight = slot.record.bytes.capacity();
-    m_weights.insert(slot.weight);
-    m_weight += slot.weight;
+    DropWeight(slot.weight);
+    slot.weight = slot.record.bytes.capacity(); // the files are out of memory again
+    AddWeight(slot.weight);
     m_done += slot.planned->newSize + 1;
     return true;
 }
@@ -193,8 +196,7 @@ bool VelPatchRecordLine::AppendNext(CXConditionGuard& guard) {
     } else if (isWhole) {
         slot.record = VelPatchRecord();
         if (!slot.isStreamed) {
-            m_weight -= slot.weight;
-            m_weights.erase(m_weights.find(slot.weight));
+            DropWeight(slot.weight);
         }
         m_toAppend++;
         m_at = 0;
@@ -225,14 +227,11 @@ size_t VelPatchRecordLine::FindGatheringEnd() const {
     size_t end = start;
     for (; end < m_slots.size() && end - start < kMostGathered && bytes < kGatheredBytes; end++) {
         const Slot& slot = m_slots[end];
-        if (slot.isStreamed || slot.isFixed) {
-            return end > start ? end : start + (slot.isStreamed || slot.isMade ? 1 : 0);
-        }
-        if (!slot.isMade) {
+        if (!slot.isMade && !slot.isStreamed) {
             return start;
         }
-        if (slot.record.result != kCXResultOK) {
-            return end > start ? end : start + 1;
+        if (slot.isStreamed || slot.isFixed || slot.record.result != kCXResultOK) {
+            return std::max(end, start + 1); // stands alone
         }
         bytes += slot.record.bytes.size();
     }

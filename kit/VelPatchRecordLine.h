@@ -17,11 +17,11 @@
 #include <vector>
 
 /// The part of the making of a patch that takes the time. Its threads take whatever can be done
-/// next: compress a piece of the data file, append a finished record whose turn it is, or make the
-/// record of a later operation. Finished records are gathered up to some 2 MiB, and each gathering
-/// is put in order by itself. How far making runs ahead is bounded by bytes, so that memory doesn't
-/// grow with the number of files. Neither the records nor their order depend on the number of
-/// threads.
+/// next: compress a piece of the data file, put finished records in order, append the one whose
+/// turn it is, or make the record of a later operation. Records are put in order in gatherings of
+/// some 2 MiB, each by itself. How far making runs ahead is bounded by bytes, so that memory
+/// doesn't grow with the number of files. Neither the records nor their order depend on the number
+/// of threads.
 class VelPatchRecordLine {
 public:
     /// Told every few dozen milliseconds how many bytes of new files are behind us; false stops.
@@ -51,6 +51,8 @@ private:
     void Work();
     bool RunOneJob(CXConditionGuard& guard);
     bool CompressPiece(CXConditionGuard& guard);
+    void AddWeight(uint64_t weight);
+    void DropWeight(uint64_t weight);
     bool MakeNext(CXConditionGuard& guard);
     bool AppendNext(CXConditionGuard& guard);
     bool Gather(CXConditionGuard& guard);

@@ -59,6 +59,18 @@ private:
     };
 
     void Mark(size_t index, std::vector<Occurrence>& all) const {
+        const size_t size = m_records[index].bytes.size();
+        const size_t headEnd = std::min(size, kWindow);
+        const size_t tailStart = size - headEnd;
+        if (tailStart <= headEnd) {
+            MarkRange(index, 0, size, all);
+        } else {
+            MarkRange(index, 0, headEnd, all);
+            MarkRange(index, tailStart, size, all);
+        }
+    }
+
+    void MarkRange(size_t index, size_t start, size_t end, std::vector<Occurrence>& all) const {
         constexpr uint64_t kFactor = 0x9E3779B97F4A7C15ULL;
         uint64_t outgoing = 1; // of the byte that leaves the rolling hash
         for (size_t i = 0; i < kMarkLength; i++) {
@@ -66,18 +78,16 @@ private:
         }
         const std::span<const uint8_t> bytes = m_records[index].bytes;
         uint64_t rolling = 0;
-        for (size_t at = 0; at < bytes.size(); at++) {
+        for (size_t at = start; at < end; at++) {
             rolling = rolling * kFactor + bytes[at] + 1;
-            if (at >= kMarkLength) {
+            if (at >= start + kMarkLength) {
                 rolling -= outgoing * (uint64_t{bytes[at - kMarkLength]} + 1);
             }
             uint64_t mixed = (rolling ^ (rolling >> 31)) * 0xBF58476D1CE4E5B9ULL; // splitmix64
             mixed ^= mixed >> 29;
-            const bool isInHead = at < kWindow;
-            const bool isInTail = at + kWindow >= bytes.size();
-            if (at + 1 >= kMarkLength && mixed % kMarkSpacing == 0 && (isInHead || isInTail)) {
+            if (at + 1 >= start + kMarkLength && mixed % kMarkSpacing == 0) {
                 all.push_back({static_cast<uint32_t>(mixed >> 32), static_cast<uint32_t>(index),
-                               isInHead, isInTail});
+                               at < kWindow, at + kWindow >= bytes.size()});
             }
         }
     }

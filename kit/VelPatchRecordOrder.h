@@ -19,5 +19,6 @@ struct VelPatchRecordToPlace {
 /// (as in the nearest neighbour heuristic for tours): each step takes the record that shares most
 /// with the last 32 KiB for its size, and where none does, the first that is left. What is shared
 /// is told by sampled hashes of 12 bytes. The list's own order if nothing is shared. Time grows
-/// with the square of the number of records; memory some 3 bytes per byte of them.
+/// with the square of the number of records; memory some 3 bytes per byte of them, of
+/// a large one per byte of its first and last 32 KiB.
 std::vector<size_t> PlaceRecords(const std::vector<VelPatchRecordToPlace>& records);

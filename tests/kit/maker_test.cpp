@@ -2,11 +2,13 @@
 #include "app/config/VelPatchConfiguration.h"
 #include "core/CXFileSystem.h"
 #include "kit/VelPatchDataWriter.h"
+#include "kit/VelPatchInspector.h"
 #include "kit/VelPatchMaker.h"
 #include "kit/VelPatchRecordLine.h"
 #include "kit/VelPatchRunner.h"
 #include "net/CXURI.h"
 #include "patch/PatchControl.h"
+#include "stream/CXStreamFile.h"
 #include "tests/support/Environment.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/TempFolder.h"
@@ -78,6 +80,15 @@ protected:
         return m_folder.Tree("target");
     }
 
+    /// Bytes that nothing compresses, others with each call.
+    std::string Noise(size_t size) {
+        std::string bytes(size, '\0');
+        for (char& byte : bytes) {
+            byte = static_cast<char>(m_random());
+        }
+        return bytes;
+    }
+
     bool Complains(const char* word) const {
         return m_problem.View().find(word) != absl::string_view::npos;
     }
@@ -98,6 +109,7 @@ protected:
     VelPatchSummary m_summary;
     std::vector<CXString> m_ignored;
     std::function<bool()> m_meanwhile; ///< asked whether to stop
+    std::mt19937 m_random{17};
 };
 
 /// Fills a tree with files of related contents, so that edits and moves come about.
@@ -232,11 +244,7 @@ TEST_F(Maker, RandomTreesComeOutAsTheyShould) {
 
 TEST_F(Maker, ChoosesTheCheapestOperation) {
     const std::string large(50000, 'a');
-    std::string noise;
-    std::mt19937 random(3);
-    for (int i = 0; i < 40000; i++) {
-        noise.push_back(static_cast<char>(random()));
-    }
+    const std::string noise = Noise(40000);
     m_folder.WriteFile("old/same", large);
     m_folder.WriteFile("new/same", large);
     m_folder.WriteFile("old/edited", noise + large);
@@ -255,6 +263,19 @@ TEST_F(Maker, ChoosesTheCheapestOperation) {
     ASSERT_EQ(Make(true, true), kCXResultOK) << m_problem.GetData();
     EXPECT_EQ(Applied(), m_folder.Tree("new"));
     EXPECT_LT(m_summary.dataSize, 3000U) << "moves and edits carry next to nothing";
+    // Only the efforts tell what moves take, and the list states them in sum.
+    PatchControl control;
+    control.operations = Operations();
+    VelPatchInspector inspector(control);
+    CXStreamFile data;
+    data.Open(m_folder.Path("out/patch-data.bin"), kOpenRead);
+    EXPECT_EQ(inspector.ReadData(data), kCXResultOK);
+    uint64_t made = 0;
+    for (const char* path :
+         {"copied", "edited", "elsewhere/moved", "inc/both", "replaced", "becomes"}) {
+        made += m_folder.ReadFile(std::string("new/") + path).size();
+    }
+    EXPECT_EQ(inspector.GetSums().newBytes, made);
 
     struct Expected {
         PatchCommand command;
@@ -289,24 +310,16 @@ TEST_F(Maker, ChoosesTheCheapestOperation) {
 }
 
 TEST_F(Maker, NewFilesComeFromTheMostSimilar) {
-    std::mt19937 random(17);
-    const auto noise = [&](size_t size) {
-        std::string bytes;
-        for (size_t i = 0; i < size; i++) {
-            bytes.push_back(static_cast<char>(random()));
-        }
-        return bytes;
-    };
-    const std::string program = noise(300000);
-    const std::string level = noise(90000);
-    const std::string fresh = noise(50000);
+    const std::string program = Noise(300000);
+    const std::string level = Noise(90000);
+    const std::string fresh = Noise(50000);
     m_folder.WriteFile("old/bin/app-1f3a.js", program);
     m_folder.WriteFile("old/maps/one", level);
-    m_folder.WriteFile("old/other", noise(300000));
+    m_folder.WriteFile("old/other", Noise(300000));
     m_folder.WriteFile("new/lib/app-99c0.js",
                        program.substr(0, 200000) + "changed" + program.substr(200000));
     m_folder.WriteFile("new/maps/one", level);
-    m_folder.WriteFile("new/maps/two", level.substr(0, 60000) + noise(200) + level.substr(60000));
+    m_folder.WriteFile("new/maps/two", level.substr(0, 60000) + Noise(200) + level.substr(60000));
     m_folder.WriteFile("new/a", fresh);
     m_folder.WriteFile("new/b", fresh);
     m_folder.WriteFile("new/c", "0123456789" + fresh);
@@ -337,23 +350,15 @@ TEST_F(Maker, NewFilesComeFromTheMostSimilar) {
 TEST_F(Maker, WhatIsAlikeStandsTogether) {
     // Every new text stands in two files that are far apart by their names, and of the second of
     // them come a copy and an edit.
-    std::mt19937 random(41);
-    const auto noise = [&](size_t size) {
-        std::string bytes(size, '\0');
-        for (char& byte : bytes) {
-            byte = static_cast<char>(random());
-        }
-        return bytes;
-    };
     constexpr size_t kText = 6000;
     constexpr int kPairs = 20;
     for (int i = 0; i < kPairs; i++) {
-        const std::string text = noise(kText);
-        const std::string own = noise(9000);
+        const std::string text = Noise(kText);
+        const std::string own = Noise(9000);
         const std::string number = std::to_string(10 + i);
         m_folder.WriteFile("old/a/" + number, own);
         m_folder.WriteFile("new/a/" + number, own.substr(0, 5000) + text + own.substr(5000));
-        const std::string second = text + noise(500);
+        const std::string second = text + Noise(500);
         m_folder.WriteFile("new/b/" + number, second);
         m_folder.WriteFile("new/c/" + number, second);
         m_folder.WriteFile("new/d/" + number, "~" + second);
